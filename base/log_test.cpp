@@ -1,0 +1,202 @@
+#include "base/log.h"
+
+#include "tests/support/capture.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using ovtest::kFixedStamp;
+using ovtest::StdoutCapture;
+
+std::string ReadFile(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+void WriteFile(const std::string &path, const std::string &text) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << text;
+}
+
+bool Exists(const std::string &path) { return std::ifstream(path).good(); }
+
+std::string TempPath(const std::string &leaf) { return testing::TempDir() + leaf; }
+
+TEST(Log, PlainLineIsTimeStampedWithoutSeparator) {
+    StdoutCapture cap;
+    int n = OV_Log("<Error>[%s:%d]Failed to alloc msg\n", "OV_ImcConfSet", 42);
+    std::string out = cap.Take();
+    EXPECT_EQ(out, std::string(kFixedStamp) + "<Error>[OV_ImcConfSet:42]Failed to alloc msg\n");
+    EXPECT_EQ(n, static_cast<int>(out.size()));
+}
+
+TEST(Log, LongMessagesAreWrittenWhole) {
+    StdoutCapture cap;
+    std::string big(5000, 'j');
+    OV_Log("json = %s \n", big.c_str());
+    EXPECT_EQ(cap.Take(), std::string(kFixedStamp) + "json = " + big + " \n");
+}
+
+TEST(LogFile, SixtyFifthFileIsRefused) {
+    std::string path = TempPath("ov_log_many.log");
+    std::vector<int32_t> slots;
+    for (int i = 0; i < OV_LOG_FILE_MAX; ++i) {
+        int32_t idx = OV_LogFileOpen(path.c_str(), static_cast<uint32_t>(path.size()));
+        ASSERT_GE(idx, 0) << i;
+        slots.push_back(idx);
+    }
+    EXPECT_EQ(OV_LogFileOpen(path.c_str(), static_cast<uint32_t>(path.size())), -2);
+    for (int32_t idx : slots) {
+        OV_LogFileClose(idx);
+    }
+    std::remove(path.c_str());
+}
+
+TEST(LogFile, SettersCheckTheirArguments) {
+    std::string path = TempPath("ov_log_setters.log");
+    std::string longPath(OV_LOG_PATH_LEN, 'p');
+    EXPECT_EQ(OV_LogFileOpen(longPath.c_str(), OV_LOG_PATH_LEN), -22);
+    int32_t idx = OV_LogFileOpen(path.c_str(), static_cast<uint32_t>(path.size()));
+    ASSERT_GE(idx, 0);
+    uint32_t v = 0;
+    EXPECT_EQ(OV_LogFileGetMaxSize(idx, &v), 0);
+    EXPECT_EQ(v, OV_LOG_DEFAULT_MAX_SIZE);
+    EXPECT_EQ(OV_LogFileGetBackups(idx, &v), 0);
+    EXPECT_EQ(v, OV_LOG_DEFAULT_BACKUPS);
+    EXPECT_EQ(OV_LogFileGetRotate(idx, &v), 0);
+    EXPECT_EQ(v, 0u);
+    EXPECT_EQ(OV_LogFileGetRotate(idx, nullptr), -22);
+    EXPECT_EQ(OV_LogFileSetMaxSize(64, 1), -22);
+    EXPECT_EQ(OV_LogFileSetArchive(idx, nullptr, "0123456789abcdef"), -22);
+    EXPECT_EQ(OV_LogFileSetArchive(idx, nullptr, "0123456789abcde"), 0);
+    OV_LogFileClose(idx);
+    EXPECT_EQ(OV_LogFileSetBackups(idx, 2), -22);
+    EXPECT_NE(ReadFile(path).find("log start...\n\n"), std::string::npos);
+    std::remove(path.c_str());
+}
+
+TEST(LogFile, RotationShiftsBackupsUpAndDropsTheOldest) {
+    std::string path = TempPath("ov_log_rotate.log");
+    for (int k = 0; k < 4; ++k) {
+        WriteFile(path + "." + std::to_string(k), "backup" + std::to_string(k));
+    }
+    std::remove(path.c_str());
+    OV_LogSetTimeSource(ovtest::FixedClock);
+    int32_t idx = OV_LogDefaultFileOpenEx(path.c_str(), static_cast<uint32_t>(path.size()), 200, 4);
+    ASSERT_GE(idx, 0);
+    std::string filler(150, 'x');
+    OV_Log("%s\n", filler.c_str()); // file passes 200 bytes: rotate
+    OV_Log("after\n");
+    OV_LogFileClose(idx);
+    OV_LogSetTimeSource(nullptr);
+
+    std::string b0 = ReadFile(path + ".0");
+    EXPECT_NE(b0.find("log start..."), std::string::npos);
+    EXPECT_NE(b0.find(filler), std::string::npos);
+    EXPECT_EQ(ReadFile(path + ".1"), "backup0");
+    EXPECT_EQ(ReadFile(path + ".2"), "backup1");
+    EXPECT_EQ(ReadFile(path + ".3"), "backup2");
+    EXPECT_FALSE(Exists(path + ".4"));
+    EXPECT_EQ(ReadFile(path), std::string(kFixedStamp) + "after\n");
+    for (int k = 0; k < 4; ++k) {
+        std::remove((path + "." + std::to_string(k)).c_str());
+    }
+    std::remove(path.c_str());
+}
+
+std::vector<std::pair<std::string, std::string>> g_archived;
+
+void Archive(const char *src, const char *dst) {
+    g_archived.emplace_back(src, dst);
+    std::rename(src, dst);
+}
+
+TEST(LogFile, ArchiveCallbackNamesBackupsWithSuffix) {
+    std::string path = TempPath("ov_log_archive.log");
+    std::remove(path.c_str());
+    int32_t idx = OV_LogDefaultFileOpenEx(path.c_str(), static_cast<uint32_t>(path.size()), 64, 2);
+    ASSERT_GE(idx, 0);
+    ASSERT_EQ(OV_LogFileSetArchive(idx, Archive, "gz"), 0);
+    g_archived.clear();
+    OV_Log("%s\n", std::string(80, 'y').c_str());
+    OV_LogFileClose(idx);
+    ASSERT_EQ(g_archived.size(), 1u);
+    EXPECT_EQ(g_archived[0].first, path);
+    EXPECT_EQ(g_archived[0].second, path + ".0.gz");
+    EXPECT_TRUE(Exists(path + ".0.gz"));
+    std::remove((path + ".0.gz").c_str());
+    std::remove(path.c_str());
+}
+
+const char *TestPrefix(uint32_t level) {
+    return level == OV_LOG_ERROR ? "Error:" : "Other:";
+}
+
+class LogModuleTest : public testing::Test {
+protected:
+    static constexpr uint32_t kId = 40;
+    void TearDown() override {
+        StdoutCapture quiet;
+        OV_LogModuleUnregister(kId);
+    }
+};
+
+TEST_F(LogModuleTest, RegistrationAndMessageShape) {
+    StdoutCapture cap;
+    ASSERT_EQ(OV_LogModuleRegister(kId, "modt", OV_LOG_DEBUG, 0, 0), 0);
+    EXPECT_EQ(OV_LogModuleRegister(kId, "modt", OV_LOG_DEBUG, 0, 0), -17);
+    EXPECT_EQ(OV_LogModuleRegister(64, "bad", 0, 0, 0), -22);
+    // Without an output function messages are dropped.
+    OV_LogModuleMsg(kId, OV_LOG_ERROR, false, "fn", 7, "dropped\n");
+    ASSERT_EQ(OV_LogModuleSetOutput(kId, OV_LogModuleStdOutput, TestPrefix), 0);
+    OV_LogModuleMsg(kId, OV_LOG_ERROR, false, "_OV_Fn", 12, "Lack of %s\n", "X");
+    OV_LogModuleMsg(kId, OV_LOG_TRACE, false, "_OV_Fn", 13, "below level\n");
+    OV_LogModuleUnregister(kId);
+    OV_LogModuleMsg(kId, OV_LOG_ERROR, false, "_OV_Fn", 14, "after unregister\n");
+    auto lines = ovtest::Lines(cap.Take());
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0], std::string(kFixedStamp) +
+                            "<Info>register modt[40](Debug ratalimit=0,0) log module success.");
+    EXPECT_EQ(lines[1], std::string(kFixedStamp) + "<Error:modt>[_OV_Fn:12] Lack of X");
+    EXPECT_EQ(lines[2], std::string(kFixedStamp) + "<Info>unregister modt[40] log module success.");
+}
+
+TEST_F(LogModuleTest, LevelNames) {
+    const char *names[] = {"Trace", "Debug", "Info", "Warning", "Error", "Crit", ""};
+    for (uint32_t i = 0; i < 7; ++i) {
+        EXPECT_STREQ(OV_LogLevelName(i), names[i]);
+    }
+    EXPECT_STREQ(OV_LogLevelName(1000), "");
+}
+
+TEST_F(LogModuleTest, RateLimitSuppressesBeyondBurstAndReportsAtTheNextMessage) {
+    StdoutCapture cap;
+    // Burst 0: every rate-limited message is suppressed, and since each
+    // period ends at the next message, each call reports the previous one.
+    ASSERT_EQ(OV_LogModuleRegister(kId, "rl", OV_LOG_TRACE, 1000, 0), 0);
+    EXPECT_FALSE(OV_LogModuleShouldLog(kId, OV_LOG_ERROR, true));
+    EXPECT_FALSE(OV_LogModuleShouldLog(kId, OV_LOG_ERROR, true));
+    EXPECT_TRUE(OV_LogModuleShouldLog(kId, OV_LOG_ERROR, false));
+    std::string out = cap.Take();
+    EXPECT_EQ(ovtest::CountOf(out, "<Warn>rl: 1 callbacks suppressed\n"), 1u) << out;
+}
+
+TEST_F(LogModuleTest, RateLimitWithBurstLetsMessagesThrough) {
+    StdoutCapture quiet;
+    ASSERT_EQ(OV_LogModuleRegister(kId, "rl2", OV_LOG_TRACE, 1000, 1), 0);
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_TRUE(OV_LogModuleShouldLog(kId, OV_LOG_INFO, true));
+    }
+    EXPECT_FALSE(OV_LogModuleShouldLog(99, OV_LOG_INFO, false));
+}
+
+} // namespace

@@ -1,0 +1,256 @@
+#include "base/mem.h"
+
+#include "tests/support/capture.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+using ovtest::StdoutCapture;
+
+// Registers a module for one test and always unregisters it.
+class ScopedModule {
+public:
+    explicit ScopedModule(const char *name)
+        : index_(MemModuleRegister(name, static_cast<uint32_t>(std::strlen(name)))) {}
+    ~ScopedModule() { MemModuleUnregister(index_); }
+    ScopedModule(const ScopedModule &) = delete;
+    ScopedModule &operator=(const ScopedModule &) = delete;
+    int32_t index() const { return index_; }
+
+private:
+    int32_t index_;
+};
+
+MemModuleStats Stats(int32_t index) {
+    MemModuleStats s{};
+    EXPECT_EQ(MemModuleGetStats(index, &s), 0);
+    return s;
+}
+
+uint32_t Word(const void *p, ptrdiff_t offset) {
+    uint32_t v;
+    std::memcpy(&v, static_cast<const unsigned char *>(p) + offset, sizeof v);
+    return v;
+}
+
+TEST(MemModule, BlockCarriesGuardsAndMovesCountersUpAndDown) {
+    StdoutCapture quiet;
+    ScopedModule m("mt_life");
+    ASSERT_GE(m.index(), 0);
+
+    auto *p = static_cast<unsigned char *>(MemModuleMalloc(m.index(), 10, OV_MEM_ZERO));
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(Word(p, -8) & 0x7FFFFFFF, 0x4A41434Bu);
+    EXPECT_EQ(std::memcmp(p - 8, "KCAJ", 4), 0);
+    EXPECT_EQ(Word(p, -4), 26u);
+    EXPECT_EQ(std::memcmp(p + 10, "GNIX", 4), 0);
+    EXPECT_EQ(Word(p, 14), static_cast<uint32_t>(m.index()));
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(p[i], 0);
+    }
+
+    void *q = VmemModuleCalloc(m.index(), 100);
+    ASSERT_NE(q, nullptr);
+    MemModuleStats s = Stats(m.index());
+    EXPECT_STREQ(s.name, "mt_life");
+    EXPECT_EQ(s.MemCounter, 1);
+    EXPECT_EQ(s.MemUsage, 26);
+    EXPECT_EQ(s.VmemCounter, 1);
+    EXPECT_EQ(s.VmemUsage, 116);
+
+    p = static_cast<unsigned char *>(MemModuleRealloc(m.index(), p, 40));
+    ASSERT_NE(p, nullptr);
+    q = VmemModuleRealloc(m.index(), q, 8);
+    ASSERT_NE(q, nullptr);
+    s = Stats(m.index());
+    EXPECT_EQ(s.MemCounter, 1);
+    EXPECT_EQ(s.MemUsage, 56);
+    EXPECT_EQ(s.VmemCounter, 1);
+    EXPECT_EQ(s.VmemUsage, 24);
+
+    MemModuleFree(m.index(), p);
+    VmemModuleFree(m.index(), q);
+    s = Stats(m.index());
+    EXPECT_EQ(s.MemCounter, 0);
+    EXPECT_EQ(s.MemUsage, 0);
+    EXPECT_EQ(s.VmemCounter, 0);
+    EXPECT_EQ(s.VmemUsage, 0);
+}
+
+TEST(MemModule, RefusesZeroSizeAndUnregisteredModule) {
+    StdoutCapture quiet;
+    ScopedModule m("mt_refuse");
+    EXPECT_EQ(MemModuleMalloc(m.index(), 0, 0), nullptr);
+    EXPECT_EQ(MemModuleMalloc(255, 8, 0), nullptr);
+    EXPECT_EQ(MemModuleMalloc(-1, 8, 0), nullptr);
+    EXPECT_EQ(VmemModuleMalloc(300, 8), nullptr);
+    EXPECT_EQ(Stats(m.index()).MemCounter, 0);
+}
+
+TEST(MemModule, SecondFreeIsLoggedAndStillDecrements) {
+    StdoutCapture cap;
+    ScopedModule m("mt_double");
+    void *keep = MemModuleMalloc(m.index(), 8, 0);
+    auto *p = static_cast<unsigned char *>(MemModuleMalloc(m.index(), 32, 0));
+    ASSERT_NE(p, nullptr);
+    // A real second free would touch released heap memory; set the freed flag
+    // the first free leaves behind instead.
+    uint32_t tail = Word(p, 36) | 0x80000000u;
+    std::memcpy(p + 36, &tail, 4);
+    MemModuleFree(m.index(), p);
+    std::string out = cap.Take();
+    EXPECT_NE(out.find("<Error>MODULE[mt_double]free mem "), std::string::npos) << out;
+    EXPECT_NE(out.find(", is already freed, size=48\n"), std::string::npos) << out;
+    MemModuleStats s = Stats(m.index());
+    EXPECT_EQ(s.MemCounter, 1);
+    EXPECT_EQ(s.MemUsage, 24);
+    StdoutCapture quiet;
+    MemModuleFree(m.index(), keep);
+}
+
+TEST(MemModule, CorruptGuardsAreLoggedAndBlockStillReleased) {
+    struct Case {
+        const char *name;
+        ptrdiff_t offset; // relative to the caller's pointer
+        const char *expected;
+    };
+    const Case cases[] = {
+        {"suffix", 20, ", suffix is corrupt(0x58494E47 -- > 0x"},
+        {"prefix", -8, ", prefix is corrupt(0x4A41434B -> 0x"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        StdoutCapture cap;
+        ScopedModule m("mt_corrupt");
+        auto *p = static_cast<unsigned char *>(MemModuleMalloc(m.index(), 20, 0));
+        ASSERT_NE(p, nullptr);
+        p[c.offset] ^= 0x5A; // one byte past the end, or into the prefix
+        MemModuleFree(m.index(), p);
+        std::string out = cap.Take();
+        EXPECT_NE(out.find("<Error>MODULE[mt_corrupt]free mem "), std::string::npos) << out;
+        EXPECT_NE(out.find(c.expected), std::string::npos) << out;
+        EXPECT_NE(out.find("size=36\n"), std::string::npos) << out;
+        EXPECT_EQ(Stats(m.index()).MemCounter, 0);
+    }
+}
+
+TEST(MemModule, NamesUpTo31BytesRegisterAndSameNameGivesSameIndex) {
+    StdoutCapture cap;
+    const std::string name31(31, 'n');
+    const std::string name32(32, 'n');
+    int32_t a = MemModuleRegister(name31.c_str(), 31);
+    int32_t b = MemModuleRegister(name31.c_str(), 31);
+    EXPECT_GE(a, 0);
+    EXPECT_EQ(a, b);
+    EXPECT_EQ(MemModuleRegister(name32.c_str(), 32), -22);
+    EXPECT_EQ(MemModuleRegister(nullptr, 3), -22);
+    EXPECT_EQ(MemModuleRegister("abc", 0), -22);
+    // A prefix of a registered name is a different module.
+    int32_t c = MemModuleRegister(name31.c_str(), 30);
+    EXPECT_GE(c, 0);
+    EXPECT_NE(c, a);
+    MemModuleUnregister(a);
+    MemModuleUnregister(c);
+    std::string out = cap.Take();
+    EXPECT_NE(out.find("<Info>register memory module " + name31 + " success, index: " +
+                       std::to_string(a) + "\n"),
+              std::string::npos);
+    EXPECT_NE(out.find("<Info>unregister memory module " + name31 + " success, index: "),
+              std::string::npos);
+}
+
+TEST(MemModule, TableHolds256ModulesAndThe257thFailsWithSuccessLine) {
+    StdoutCapture cap;
+    std::vector<int32_t> taken;
+    for (int i = 0; i < OV_MEM_MODULE_MAX + 1; ++i) {
+        std::string name = "mt_fill_" + std::to_string(i);
+        int32_t idx = MemModuleRegister(name.c_str(), static_cast<uint32_t>(name.size()));
+        if (idx < 0) {
+            std::string out = cap.Take();
+            EXPECT_NE(out.find("<Info>register memory module " + name + " success, index: -22\n"),
+                      std::string::npos);
+            break;
+        }
+        taken.push_back(idx);
+    }
+    // Every slot was handed out exactly once before the refusal.
+    EXPECT_LE(taken.size(), static_cast<size_t>(OV_MEM_MODULE_MAX));
+    EXPECT_GE(taken.size(), static_cast<size_t>(OV_MEM_MODULE_MAX - 8));
+    StdoutCapture quiet;
+    for (int32_t idx : taken) {
+        MemModuleUnregister(idx);
+    }
+}
+
+TEST(MemModule, BigSizeWarningFromThresholdOncePerRegistration) {
+    StdoutCapture cap;
+    ScopedModule m("mt_big");
+    void *small = MemModuleMalloc(m.index(), 8175, 0);
+    std::string out = cap.Take();
+    EXPECT_EQ(out.find("attempt to malloc big size"), std::string::npos);
+
+    StdoutCapture cap2;
+    void *big = MemModuleMalloc(m.index(), 8176, 0);
+    void *big2 = MemModuleMalloc(m.index(), 9000, 0);
+    void *vbig = VmemModuleMalloc(m.index(), 20000);
+    out = cap2.Take();
+    EXPECT_EQ(ovtest::CountOf(out, "<Debug>MODULE[mt_big] attempt to malloc big size(8192) memory.\n"),
+              1u)
+        << out;
+    EXPECT_EQ(ovtest::CountOf(out, "attempt to malloc big size"), 1u);
+    StdoutCapture quiet;
+    MemModuleFree(m.index(), small);
+    MemModuleFree(m.index(), big);
+    MemModuleFree(m.index(), big2);
+    VmemModuleFree(m.index(), vbig);
+}
+
+TEST(MemModule, UnregisterReportsLeakedBlocks) {
+    StdoutCapture cap;
+    int32_t idx = MemModuleRegister("mt_leak", 7);
+    void *p = MemModuleMalloc(idx, 4, 0);
+    void *q = VmemModuleMalloc(idx, 4);
+    MemModuleUnregister(idx);
+    std::string out = cap.Take();
+    EXPECT_NE(out.find("<Warn>MODULE[mt_leak] unregister with memory leak(MemCounter 1, MemUsage 20, "
+                       "VmemCounter 1, VmemUsage 20).\n"),
+              std::string::npos)
+        << out;
+    // The blocks outlive their module; hand them back to the heap directly.
+    std::free(static_cast<unsigned char *>(p) - 8);
+    std::free(static_cast<unsigned char *>(q) - 8);
+}
+
+TEST(MemModule, StrdupCopiesIntoModuleMemory) {
+    StdoutCapture quiet;
+    ScopedModule m("mt_dup");
+    char *copy = MemModuleStrdup(m.index(), "hello");
+    ASSERT_NE(copy, nullptr);
+    EXPECT_STREQ(copy, "hello");
+    EXPECT_EQ(Stats(m.index()).MemUsage, 22);
+    MemModuleFree(m.index(), copy);
+}
+
+TEST(MemModule, AgentWrappersKeepAndResetTheIndex) {
+    StdoutCapture quiet;
+    EXPECT_EQ(g_agentMemModule, OV_MEM_MODULE_UNSET);
+    AgentMemModuleUnregister(); // nothing registered: no-op
+    int32_t idx = AgentMemModuleRegister();
+    ASSERT_GE(idx, 0);
+    EXPECT_EQ(AgentMemModuleRegister(), idx);
+    void *p = AgentMemMalloc(12);
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(Stats(idx).MemCounter, 1);
+    AgentMemFree(p);
+    EXPECT_EQ(Stats(idx).MemCounter, 0);
+    AgentMemModuleUnregister();
+    EXPECT_EQ(g_agentMemModule, OV_MEM_MODULE_UNSET);
+}
+
+} // namespace

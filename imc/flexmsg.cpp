@@ -1,0 +1,147 @@
+// FlexMsg allocation, growth and the IMC header.
+#include "imc/flexmsg.h"
+
+#include "base/log.h"
+#include "base/mem.h"
+
+#include <cstring>
+#include <mutex>
+
+namespace {
+
+std::mutex g_moduleLock;
+int32_t g_flexMsgModule = OV_MEM_MODULE_UNSET;
+uint32_t g_flexMsgUsers = 0;
+
+constexpr uint64_t kInitialCapacity = 4096;
+
+} // namespace
+
+int32_t OV_FlexMsgModuleStart() {
+    std::lock_guard<std::mutex> guard(g_moduleLock);
+    if (g_flexMsgUsers == 0) {
+        int32_t index = MemModuleRegister("FlexMsg", 7);
+        if (index < 0) {
+            OV_Log("<Error>Failed to register %s memory!\n", "FlexMsg");
+            return -12;
+        }
+        g_flexMsgModule = index;
+    }
+    ++g_flexMsgUsers;
+    return 0;
+}
+
+void OV_FlexMsgModuleStop() {
+    std::lock_guard<std::mutex> guard(g_moduleLock);
+    if (g_flexMsgUsers == 0) {
+        return;
+    }
+    if (--g_flexMsgUsers == 0) {
+        MemModuleUnregister(g_flexMsgModule);
+        g_flexMsgModule = OV_MEM_MODULE_UNSET;
+    }
+}
+
+FlexMsg *OV_FlexMsgAlloc() {
+    auto *msg = static_cast<FlexMsg *>(MemModuleMalloc(g_flexMsgModule, sizeof(FlexMsg), OV_MEM_ZERO));
+    if (msg == nullptr) {
+        OV_Log("<Error>_OV_ImcConfClientThread alloc memory failed\n");
+        return nullptr;
+    }
+    msg->data = static_cast<uint8_t *>(MemModuleMalloc(g_flexMsgModule, kInitialCapacity, 0));
+    if (msg->data == nullptr) {
+        OV_Log("<Error>_OV_ImcConfClientThread alloc memory failed\n");
+        MemModuleFree(g_flexMsgModule, msg);
+        return nullptr;
+    }
+    msg->capacity = kInitialCapacity;
+    msg->link.next = &msg->link;
+    msg->link.prev = &msg->link;
+    msg->length = 0;
+    return msg;
+}
+
+void OV_FlexMsgFree(FlexMsg *msg) {
+    if (msg == nullptr) {
+        return;
+    }
+    MemModuleFree(g_flexMsgModule, msg->data);
+    MemModuleFree(g_flexMsgModule, msg);
+}
+
+bool OV_FlexMsgDataMaybePull(FlexMsg *msg, uint64_t n) {
+    // A length that wraps is as impossible to hold as one that is too big.
+    if (n > UINT64_MAX - msg->length) {
+        OV_Log("<Error>_OV_ImcConfClientThread realloc memory failed\n");
+        return false;
+    }
+    uint64_t need = msg->length + n;
+    if (need <= msg->capacity) {
+        return true;
+    }
+    uint64_t grown = msg->capacity <= UINT64_MAX - FLEXMSG_GROW_STEP ? msg->capacity + FLEXMSG_GROW_STEP
+                                                                     : UINT64_MAX;
+    uint64_t newCapacity = need <= grown ? grown : need;
+    void *data = nullptr;
+    if (newCapacity <= SIZE_MAX) {
+        data = MemModuleRealloc(g_flexMsgModule, msg->data, static_cast<size_t>(newCapacity));
+    }
+    if (data == nullptr) {
+        OV_Log("<Error>_OV_ImcConfClientThread realloc memory failed\n");
+        return false;
+    }
+    msg->data = static_cast<uint8_t *>(data);
+    msg->capacity = newCapacity;
+    return true;
+}
+
+int32_t OV_FlexMsgAppend(FlexMsg *msg, const void *bytes, uint64_t n) {
+    if (!OV_FlexMsgDataMaybePull(msg, n)) {
+        return -12;
+    }
+    if (n != 0) {
+        std::memcpy(msg->data + msg->length, bytes, static_cast<size_t>(n));
+    }
+    msg->length += n;
+    return 0;
+}
+
+void OV_FlexMsgReset(FlexMsg *msg) { msg->length = 0; }
+
+void OV_ImcMsgFillHeader(FlexMsg *msg, uint8_t moduleId, uint16_t functionId) {
+    ImcMsgHeader header{};
+    header.moduleId = moduleId;
+    header.functionId = functionId;
+    header.payloadLen = 0;
+    std::memcpy(msg->data, &header, sizeof header);
+    msg->length = IMC_HEADER_LEN;
+}
+
+int32_t OV_ImcSafeSetRequestPayload(FlexMsg *msg, const void *bytes, uint64_t n) {
+    int32_t rc = OV_FlexMsgAppend(msg, bytes, n);
+    if (rc == 0) {
+        uint64_t len = OV_ImcMsgPayloadLen(msg) + n;
+        std::memcpy(msg->data + offsetof(ImcMsgHeader, payloadLen), &len, sizeof len);
+    }
+    return rc;
+}
+
+int32_t OV_ImcSafeSetReplyPayload(FlexMsg *msg, const void *bytes, uint64_t n) {
+    return OV_ImcSafeSetRequestPayload(msg, bytes, n);
+}
+
+ImcMsgHeader *OV_ImcMsgHeader(FlexMsg *msg) { return reinterpret_cast<ImcMsgHeader *>(msg->data); }
+
+uint8_t *OV_ImcMsgPayload(FlexMsg *msg) { return msg->data + IMC_HEADER_LEN; }
+
+uint64_t OV_ImcMsgPayloadLen(const FlexMsg *msg) {
+    uint64_t len;
+    std::memcpy(&len, msg->data + offsetof(ImcMsgHeader, payloadLen), sizeof len);
+    return len;
+}
+
+int32_t OV_ImcMsgStatus(const FlexMsg *msg) {
+    int32_t status;
+    std::memcpy(&status, msg->data, sizeof status);
+    return status;
+}
