@@ -115,8 +115,9 @@ const CodeMap kWin32Map[] = {
     {-1, {5, 1314, 10112}},
     {-2, {2, 3, 15, 123, 126, 161, 203, 232, 267, 4392, 10108, 10109, 11001, 11004}},
     {-4, {10004}},
-    {-5, {23, 31, 110, 156, 205, 996, 997, 1101, 1102, 1103, 1104, 1106, 1111, 1117, 1129, 1165,
-          1166, 1393}},
+    {-5,
+     {23, 31, 110, 156, 205, 996, 997, 1101, 1102, 1103, 1104, 1106, 1111, 1117, 1129, 1165, 1166,
+      1393}},
     {-7, {208}},
     {-9, {6, 1004, 10009}},
     {-11, {10035, 11002}},
@@ -180,13 +181,15 @@ struct PosixMap {
 };
 
 const PosixMap kPosixMap[] = {
-    {EPERM, -1},         {EACCES, -1},      {ENOENT, -2},       {ECONNREFUSED, -2},
-    {ENOTDIR, -2},       {EINTR, -4},       {EIO, -5},          {EBADF, -9},
-    {EAGAIN, -11},       {ENOMEM, -12},     {EFAULT, -14},      {EBUSY, -16},
-    {EEXIST, -17},       {EINVAL, -22},     {EMFILE, -24},      {ENFILE, -24},
-    {ENOSPC, -28},       {EROFS, -30},      {EPIPE, -32},       {ECONNRESET, -32},
-    {ENAMETOOLONG, -38}, {EADDRINUSE, -100}, {ECONNABORTED, -106}, {ENOTCONN, -126},
-    {ENOBUFS, -119},     {ETIMEDOUT, -254},  {EOVERFLOW, -132},
+    {EPERM, -1},        {EACCES, -1},         {ENOENT, -2},
+    {ECONNREFUSED, -2}, {ENOTDIR, -2},        {EINTR, -4},
+    {EIO, -5},          {EBADF, -9},          {EAGAIN, -11},
+    {ENOMEM, -12},      {EFAULT, -14},        {EBUSY, -16},
+    {EEXIST, -17},      {EINVAL, -22},        {EMFILE, -24},
+    {ENFILE, -24},      {ENOSPC, -28},        {EROFS, -30},
+    {EPIPE, -32},       {ECONNRESET, -32},    {ENAMETOOLONG, -38},
+    {EADDRINUSE, -100}, {ECONNABORTED, -106}, {ENOTCONN, -126},
+    {ENOBUFS, -119},    {ETIMEDOUT, -254},    {EOVERFLOW, -132},
 };
 
 } // namespace

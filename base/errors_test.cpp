@@ -14,9 +14,9 @@ TEST(ErrorMapping, Win32CodesMapToNegatedNumbers) {
         int32_t expected;
     };
     const Case cases[] = {
-        {0, 0},       {-5, -5},     {2, -2},        {122, -132},  {10035, -11}, {99999, -254},
-        {109, -32},   {233, -32},   {232, -2},      {231, -16},   {258, -254},  {121, -138},
-        {5, -1},      {8, -12},     {87, -22},      {997, -5},    {995, -105},  {10061, -107},
+        {0, 0},        {-5, -5},      {2, -2},       {122, -132},   {10035, -11}, {99999, -254},
+        {109, -32},    {233, -32},    {232, -2},     {231, -16},    {258, -254},  {121, -138},
+        {5, -1},       {8, -12},      {87, -22},     {997, -5},     {995, -105},  {10061, -107},
         {10093, -200}, {10092, -201}, {10110, -202}, {10107, -253}, {11004, -2},  {2250, -126},
     };
     for (const Case &c : cases) {
@@ -30,9 +30,10 @@ TEST(ErrorMapping, PosixErrnoGivesTheSameNumbersAsWindows) {
         int32_t expected;
     };
     const Case cases[] = {
-        {0, 0},         {ENOENT, -2},  {ECONNREFUSED, -2}, {EPIPE, -32},   {ECONNRESET, -32},
-        {ETIMEDOUT, -254}, {EACCES, -1}, {EPERM, -1},      {ENOMEM, -12},  {EAGAIN, -11},
-        {EINVAL, -22},  {-7, -7},
+        {0, 0},        {ENOENT, -2},      {ECONNREFUSED, -2},
+        {EPIPE, -32},  {ECONNRESET, -32}, {ETIMEDOUT, -254},
+        {EACCES, -1},  {EPERM, -1},       {ENOMEM, -12},
+        {EAGAIN, -11}, {EINVAL, -22},     {-7, -7},
     };
     for (const Case &c : cases) {
         EXPECT_EQ(OV_PosixErrToErrno(c.err), c.expected) << "errno " << c.err;

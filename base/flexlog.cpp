@@ -59,7 +59,9 @@ int32_t OV_FlexMsgAppendFmt(FlexMsg *msg, const char *fmt, ...) {
     return rc;
 }
 
-void OV_FlexLogAttach(OV_FlexLogCtx *ctx) { t_flexLog = ctx; }
+void OV_FlexLogAttach(OV_FlexLogCtx *ctx) {
+    t_flexLog = ctx;
+}
 
 int32_t OV_FlexLogV(const char *fmt, va_list ap) {
     if (g_flexLogSwitch == 0) {
@@ -72,15 +74,15 @@ int32_t OV_FlexLogV(const char *fmt, va_list ap) {
     if (ctx->depth >= OV_FLEXLOG_MAX_DEPTH) {
         if (ctx->depth == OV_FLEXLOG_MAX_DEPTH) {
             ctx->depth = OV_FLEXLOG_MAX_DEPTH + 1;
-            int32_t rc = OV_FlexMsgAppendFmt(ctx->msg,
-                                             "[flexlog][depth:%d]: the depth more than max depth:%d\n",
-                                             static_cast<int>(ctx->depth),
-                                             static_cast<int>(OV_FLEXLOG_MAX_DEPTH));
+            int32_t rc = OV_FlexMsgAppendFmt(
+                ctx->msg, "[flexlog][depth:%d]: the depth more than max depth:%d\n",
+                static_cast<int>(ctx->depth), static_cast<int>(OV_FLEXLOG_MAX_DEPTH));
             return rc < 0 ? rc : -120;
         }
         return -120;
     }
-    int32_t rc = OV_FlexMsgAppendFmt(ctx->msg, "[flexlog][depth:%d]:", static_cast<int>(ctx->depth));
+    int32_t rc =
+        OV_FlexMsgAppendFmt(ctx->msg, "[flexlog][depth:%d]:", static_cast<int>(ctx->depth));
     if (rc == 0) {
         rc = OV_FlexMsgAppendFmtV(ctx->msg, fmt, ap);
     }

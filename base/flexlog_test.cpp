@@ -11,7 +11,7 @@
 namespace {
 
 class FlexLogTest : public testing::Test {
-protected:
+  protected:
     void SetUp() override {
         ovtest::StdoutCapture quiet;
         ASSERT_EQ(OV_FlexMsgModuleStart(), 0);

@@ -190,7 +190,9 @@ bool RateLimitPasses(LogModule &m) {
 
 } // namespace
 
-int OV_LogV(const char *fmt, va_list ap) { return WriteLine(g_defaultIndex, FormatV(fmt, ap)); }
+int OV_LogV(const char *fmt, va_list ap) {
+    return WriteLine(g_defaultIndex, FormatV(fmt, ap));
+}
 
 int OV_Log(const char *fmt, ...) {
     va_list ap;
@@ -200,7 +202,9 @@ int OV_Log(const char *fmt, ...) {
     return n;
 }
 
-void OV_LogSetTimeSource(void (*source)(OV_LocalTime *out)) { g_timeSource = source; }
+void OV_LogSetTimeSource(void (*source)(OV_LocalTime *out)) {
+    g_timeSource = source;
+}
 
 int32_t OV_LogFileOpen(const char *path, uint32_t pathLen) {
     if (path == nullptr || pathLen >= OV_LOG_PATH_LEN) {
@@ -409,8 +413,8 @@ int32_t OV_LogModuleRegister(uint32_t id, const char *name, uint32_t level, uint
         }
         m.registered = true;
     }
-    OV_Log("<Info>register %s[%u](%s ratalimit=%u,%u) log module success.\n",
-           g_logModules[id].name, id, OV_LogLevelName(level), interval, burst);
+    OV_Log("<Info>register %s[%u](%s ratalimit=%u,%u) log module success.\n", g_logModules[id].name,
+           id, OV_LogLevelName(level), interval, burst);
     return 0;
 }
 

@@ -27,9 +27,13 @@ void WriteFile(const std::string &path, const std::string &text) {
     out << text;
 }
 
-bool Exists(const std::string &path) { return std::ifstream(path).good(); }
+bool Exists(const std::string &path) {
+    return std::ifstream(path).good();
+}
 
-std::string TempPath(const std::string &leaf) { return testing::TempDir() + leaf; }
+std::string TempPath(const std::string &leaf) {
+    return testing::TempDir() + leaf;
+}
 
 TEST(Log, PlainLineIsTimeStampedWithoutSeparator) {
     StdoutCapture cap;
@@ -142,7 +146,7 @@ const char *TestPrefix(uint32_t level) {
 }
 
 class LogModuleTest : public testing::Test {
-protected:
+  protected:
     static constexpr uint32_t kId = 40;
     void TearDown() override {
         StdoutCapture quiet;

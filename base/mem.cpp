@@ -46,7 +46,8 @@ std::once_flag g_tableMutexOnce;
 enum class Family { Plain, Vmem };
 
 bool IndexValid(int32_t index) {
-    return index >= 0 && index < OV_MEM_MODULE_MAX && (g_modules[index].flags & kFlagRegistered) != 0;
+    return index >= 0 && index < OV_MEM_MODULE_MAX &&
+           (g_modules[index].flags & kFlagRegistered) != 0;
 }
 
 uint32_t Load32(const unsigned char *p) {
@@ -55,7 +56,9 @@ uint32_t Load32(const unsigned char *p) {
     return v;
 }
 
-void Store32(unsigned char *p, uint32_t v) { std::memcpy(p, &v, sizeof v); }
+void Store32(unsigned char *p, uint32_t v) {
+    std::memcpy(p, &v, sizeof v);
+}
 
 void WriteGuards(unsigned char *block, size_t total, int32_t index) {
     uint32_t prefix = Load32(block);
@@ -121,17 +124,19 @@ uint32_t CheckAndMarkFreed(int32_t index, void *ptr, Op op) {
     uint32_t prefix = Load32(block);
     uint32_t size = Load32(block + 4);
     if ((prefix & kLow31) != kPrefixGuard) {
-        OV_Log(freeing ? "<Error>MODULE[%s]free mem %p, prefix is corrupt(0x%X -> 0x%X), size=%u\n"
-                       : "<Error>MODULE[%s]realloc mem %p, prefix is corrupt(0x%X -> 0x%X), size=%u\n",
+        OV_Log(freeing
+                   ? "<Error>MODULE[%s]free mem %p, prefix is corrupt(0x%X -> 0x%X), size=%u\n"
+                   : "<Error>MODULE[%s]realloc mem %p, prefix is corrupt(0x%X -> 0x%X), size=%u\n",
                name, ptr, kPrefixGuard, prefix & kLow31, size);
         return size;
     }
     uint32_t suffix = Load32(block + size - 8);
     if (suffix != kSuffixGuard) {
-        OV_Log(freeing
-                   ? "<Error>MODULE[%s]free mem %p, suffix is corrupt(0x%X -- > 0x%X), size=%u\n"
-                   : "<Error>MODULE[%s]realloc mem %p, suffix is corrupt(0x%X -- > 0x%X), size=%u\n",
-               name, ptr, kSuffixGuard, suffix, size);
+        OV_Log(
+            freeing
+                ? "<Error>MODULE[%s]free mem %p, suffix is corrupt(0x%X -- > 0x%X), size=%u\n"
+                : "<Error>MODULE[%s]realloc mem %p, suffix is corrupt(0x%X -- > 0x%X), size=%u\n",
+            name, ptr, kSuffixGuard, suffix, size);
         return size;
     }
     uint32_t tail = Load32(block + size - 4);
@@ -255,7 +260,9 @@ void *MemModuleRealloc(int32_t index, void *ptr, size_t size) {
     return block + 8;
 }
 
-void MemModuleFree(int32_t index, void *ptr) { Release(index, ptr, Family::Plain); }
+void MemModuleFree(int32_t index, void *ptr) {
+    Release(index, ptr, Family::Plain);
+}
 
 char *MemModuleStrdup(int32_t index, const char *text) {
     if (text == nullptr) {
@@ -299,7 +306,9 @@ void *VmemModuleRealloc(int32_t index, void *ptr, size_t size) {
     return fresh;
 }
 
-void VmemModuleFree(int32_t index, void *ptr) { Release(index, ptr, Family::Vmem); }
+void VmemModuleFree(int32_t index, void *ptr) {
+    Release(index, ptr, Family::Vmem);
+}
 
 int32_t MemModuleGetStats(int32_t index, MemModuleStats *stats) {
     if (stats == nullptr || !IndexValid(index)) {
@@ -330,6 +339,10 @@ void AgentMemModuleUnregister() {
     }
 }
 
-void *AgentMemMalloc(size_t size) { return MemModuleMalloc(g_agentMemModule, size, 0); }
+void *AgentMemMalloc(size_t size) {
+    return MemModuleMalloc(g_agentMemModule, size, 0);
+}
 
-void AgentMemFree(void *ptr) { MemModuleFree(g_agentMemModule, ptr); }
+void AgentMemFree(void *ptr) {
+    MemModuleFree(g_agentMemModule, ptr);
+}

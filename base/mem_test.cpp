@@ -15,7 +15,7 @@ using ovtest::StdoutCapture;
 
 // Registers a module for one test and always unregisters it.
 class ScopedModule {
-public:
+  public:
     explicit ScopedModule(const char *name)
         : index_(MemModuleRegister(name, static_cast<uint32_t>(std::strlen(name)))) {}
     ~ScopedModule() { MemModuleUnregister(index_); }
@@ -23,7 +23,7 @@ public:
     ScopedModule &operator=(const ScopedModule &) = delete;
     int32_t index() const { return index_; }
 
-private:
+  private:
     int32_t index_;
 };
 
@@ -158,8 +158,8 @@ TEST(MemModule, NamesUpTo31BytesRegisterAndSameNameGivesSameIndex) {
     MemModuleUnregister(a);
     MemModuleUnregister(c);
     std::string out = cap.Take();
-    EXPECT_NE(out.find("<Info>register memory module " + name31 + " success, index: " +
-                       std::to_string(a) + "\n"),
+    EXPECT_NE(out.find("<Info>register memory module " + name31 +
+                       " success, index: " + std::to_string(a) + "\n"),
               std::string::npos);
     EXPECT_NE(out.find("<Info>unregister memory module " + name31 + " success, index: "),
               std::string::npos);
@@ -200,8 +200,9 @@ TEST(MemModule, BigSizeWarningFromThresholdOncePerRegistration) {
     void *big2 = MemModuleMalloc(m.index(), 9000, 0);
     void *vbig = VmemModuleMalloc(m.index(), 20000);
     out = cap2.Take();
-    EXPECT_EQ(ovtest::CountOf(out, "<Debug>MODULE[mt_big] attempt to malloc big size(8192) memory.\n"),
-              1u)
+    EXPECT_EQ(
+        ovtest::CountOf(out, "<Debug>MODULE[mt_big] attempt to malloc big size(8192) memory.\n"),
+        1u)
         << out;
     EXPECT_EQ(ovtest::CountOf(out, "attempt to malloc big size"), 1u);
     StdoutCapture quiet;
@@ -218,9 +219,10 @@ TEST(MemModule, UnregisterReportsLeakedBlocks) {
     void *q = VmemModuleMalloc(idx, 4);
     MemModuleUnregister(idx);
     std::string out = cap.Take();
-    EXPECT_NE(out.find("<Warn>MODULE[mt_leak] unregister with memory leak(MemCounter 1, MemUsage 20, "
-                       "VmemCounter 1, VmemUsage 20).\n"),
-              std::string::npos)
+    EXPECT_NE(
+        out.find("<Warn>MODULE[mt_leak] unregister with memory leak(MemCounter 1, MemUsage 20, "
+                 "VmemCounter 1, VmemUsage 20).\n"),
+        std::string::npos)
         << out;
     // The blocks outlive their module; hand them back to the heap directly.
     std::free(static_cast<unsigned char *>(p) - 8);

@@ -59,9 +59,13 @@ bool OV_CritSecInit(OV_CritSec *cs, uint32_t /*spinCount*/) {
     return pthread_mutex_init(AsMutex(cs), nullptr) == 0;
 }
 
-void OV_CritSecEnter(OV_CritSec *cs) { pthread_mutex_lock(AsMutex(cs)); }
+void OV_CritSecEnter(OV_CritSec *cs) {
+    pthread_mutex_lock(AsMutex(cs));
+}
 
-void OV_CritSecLeave(OV_CritSec *cs) { pthread_mutex_unlock(AsMutex(cs)); }
+void OV_CritSecLeave(OV_CritSec *cs) {
+    pthread_mutex_unlock(AsMutex(cs));
+}
 
 void OV_GetLocalTime(OV_LocalTime *out) {
     timespec ts{};
@@ -106,7 +110,9 @@ bool OV_FileMakeWritable(const char *path) {
     return chmod(path, st.st_mode | S_IWUSR) == 0;
 }
 
-bool OV_FileDelete(const char *path) { return unlink(path) == 0; }
+bool OV_FileDelete(const char *path) {
+    return unlink(path) == 0;
+}
 
 bool OV_FileRename(const char *from, const char *to) {
     // MoveFile semantics: never replace an existing target.

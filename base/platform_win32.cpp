@@ -45,15 +45,21 @@ bool OV_MutexClose(OV_Mutex *mutex) {
 static_assert(sizeof(CRITICAL_SECTION) <= sizeof(OV_CritSec::opaque));
 static_assert(alignof(CRITICAL_SECTION) <= 8);
 
-static CRITICAL_SECTION *AsCs(OV_CritSec *cs) { return reinterpret_cast<CRITICAL_SECTION *>(cs->opaque); }
+static CRITICAL_SECTION *AsCs(OV_CritSec *cs) {
+    return reinterpret_cast<CRITICAL_SECTION *>(cs->opaque);
+}
 
 bool OV_CritSecInit(OV_CritSec *cs, uint32_t spinCount) {
     return InitializeCriticalSectionAndSpinCount(AsCs(cs), spinCount) != FALSE;
 }
 
-void OV_CritSecEnter(OV_CritSec *cs) { EnterCriticalSection(AsCs(cs)); }
+void OV_CritSecEnter(OV_CritSec *cs) {
+    EnterCriticalSection(AsCs(cs));
+}
 
-void OV_CritSecLeave(OV_CritSec *cs) { LeaveCriticalSection(AsCs(cs)); }
+void OV_CritSecLeave(OV_CritSec *cs) {
+    LeaveCriticalSection(AsCs(cs));
+}
 
 void OV_GetLocalTime(OV_LocalTime *out) {
     SYSTEMTIME st;
@@ -67,11 +73,17 @@ void OV_GetLocalTime(OV_LocalTime *out) {
     out->milliseconds = st.wMilliseconds;
 }
 
-uint64_t OV_GetTickCount64() { return GetTickCount64(); }
+uint64_t OV_GetTickCount64() {
+    return GetTickCount64();
+}
 
-void OV_SleepMs(uint32_t ms) { Sleep(ms); }
+void OV_SleepMs(uint32_t ms) {
+    Sleep(ms);
+}
 
-bool OV_FileExists(const char *path) { return GetFileAttributesA(path) != INVALID_FILE_ATTRIBUTES; }
+bool OV_FileExists(const char *path) {
+    return GetFileAttributesA(path) != INVALID_FILE_ATTRIBUTES;
+}
 
 bool OV_FileMakeWritable(const char *path) {
     DWORD attrs = GetFileAttributesA(path);
@@ -84,9 +96,13 @@ bool OV_FileMakeWritable(const char *path) {
     return SetFileAttributesA(path, attrs & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY)) != FALSE;
 }
 
-bool OV_FileDelete(const char *path) { return DeleteFileA(path) != FALSE; }
+bool OV_FileDelete(const char *path) {
+    return DeleteFileA(path) != FALSE;
+}
 
-bool OV_FileRename(const char *from, const char *to) { return MoveFileA(from, to) != FALSE; }
+bool OV_FileRename(const char *from, const char *to) {
+    return MoveFileA(from, to) != FALSE;
+}
 
 void OV_FatalCrash() {
     // A deliberate write through a null pointer the compiler cannot see.

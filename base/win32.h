@@ -16,6 +16,7 @@
 
 // winsock2.h must come before windows.h, or windows.h drags in winsock 1.
 #include <winsock2.h>
+
 #include <windows.h>
 
 #include <sddl.h>

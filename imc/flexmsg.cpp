@@ -43,7 +43,8 @@ void OV_FlexMsgModuleStop() {
 }
 
 FlexMsg *OV_FlexMsgAlloc() {
-    auto *msg = static_cast<FlexMsg *>(MemModuleMalloc(g_flexMsgModule, sizeof(FlexMsg), OV_MEM_ZERO));
+    auto *msg =
+        static_cast<FlexMsg *>(MemModuleMalloc(g_flexMsgModule, sizeof(FlexMsg), OV_MEM_ZERO));
     if (msg == nullptr) {
         OV_Log("<Error>_OV_ImcConfClientThread alloc memory failed\n");
         return nullptr;
@@ -79,8 +80,9 @@ bool OV_FlexMsgDataMaybePull(FlexMsg *msg, uint64_t n) {
     if (need <= msg->capacity) {
         return true;
     }
-    uint64_t grown = msg->capacity <= UINT64_MAX - FLEXMSG_GROW_STEP ? msg->capacity + FLEXMSG_GROW_STEP
-                                                                     : UINT64_MAX;
+    uint64_t grown = msg->capacity <= UINT64_MAX - FLEXMSG_GROW_STEP
+                         ? msg->capacity + FLEXMSG_GROW_STEP
+                         : UINT64_MAX;
     uint64_t newCapacity = need <= grown ? grown : need;
     void *data = nullptr;
     if (newCapacity <= SIZE_MAX) {
@@ -106,7 +108,9 @@ int32_t OV_FlexMsgAppend(FlexMsg *msg, const void *bytes, uint64_t n) {
     return 0;
 }
 
-void OV_FlexMsgReset(FlexMsg *msg) { msg->length = 0; }
+void OV_FlexMsgReset(FlexMsg *msg) {
+    msg->length = 0;
+}
 
 void OV_ImcMsgFillHeader(FlexMsg *msg, uint8_t moduleId, uint16_t functionId) {
     ImcMsgHeader header{};
@@ -130,9 +134,13 @@ int32_t OV_ImcSafeSetReplyPayload(FlexMsg *msg, const void *bytes, uint64_t n) {
     return OV_ImcSafeSetRequestPayload(msg, bytes, n);
 }
 
-ImcMsgHeader *OV_ImcMsgHeader(FlexMsg *msg) { return reinterpret_cast<ImcMsgHeader *>(msg->data); }
+ImcMsgHeader *OV_ImcMsgHeader(FlexMsg *msg) {
+    return reinterpret_cast<ImcMsgHeader *>(msg->data);
+}
 
-uint8_t *OV_ImcMsgPayload(FlexMsg *msg) { return msg->data + IMC_HEADER_LEN; }
+uint8_t *OV_ImcMsgPayload(FlexMsg *msg) {
+    return msg->data + IMC_HEADER_LEN;
+}
 
 uint64_t OV_ImcMsgPayloadLen(const FlexMsg *msg) {
     uint64_t len;

@@ -11,13 +11,15 @@
 
 namespace ovtest {
 
-inline void FixedClock(OV_LocalTime *t) { *t = OV_LocalTime{2026, 1, 2, 3, 4, 5, 6}; }
+inline void FixedClock(OV_LocalTime *t) {
+    *t = OV_LocalTime{2026, 1, 2, 3, 4, 5, 6};
+}
 
 inline constexpr const char *kFixedStamp = "[2026/01/02_03:04:05.006]";
 
 /// Captures standard output between construction and Take().
 class StdoutCapture {
-public:
+  public:
     StdoutCapture() {
         OV_LogSetTimeSource(FixedClock);
         testing::internal::CaptureStdout();
@@ -37,7 +39,7 @@ public:
         return testing::internal::GetCapturedStdout();
     }
 
-private:
+  private:
     bool taken_ = false;
 };
 

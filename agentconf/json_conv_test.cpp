@@ -1,0 +1,280 @@
+#include "agentconf/json_conv.h"
+
+#include "tests/support/capture.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+namespace {
+
+OV_JsonPtr Parse(const char *text) {
+    return OV_JsonPtr(json_tokener_parse(text));
+}
+
+TEST(JsonGetters, IntRefusesExtremesAndTextsWithoutANumber) {
+    struct Case {
+        const char *json;
+        int32_t rc;
+        int32_t value;
+    };
+    const Case cases[] = {
+        {R"({"k": 7})", 0, 7},
+        {R"({"k": -7})", 0, -7},
+        {R"({"k": 2147483646})", 0, 2147483646},
+        {R"({"k": 2147483647})", -132, 0},
+        {R"({"k": -2147483648})", -132, 0},
+        {R"({"k": 4294967295})", -132, 0},
+        {R"({"k": "42"})", 0, 42},
+        {R"({"k": " 42"})", 0, 42},
+        {R"({"k": "abc"})", -22, 0},
+        {R"({"k": ""})", -22, 0},
+        {R"({"k": "0"})", 0, 0},
+        {R"({"k": 1.9})", 0, 1},
+        {R"({"k": true})", 0, 1},
+        {R"({"other": 1})", -22, 0},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.json);
+        OV_JsonPtr root = Parse(c.json);
+        ASSERT_NE(root, nullptr);
+        int32_t v = -999;
+        EXPECT_EQ(_OV_JsonGetInt(root.get(), "k", &v), c.rc);
+        EXPECT_EQ(v, c.rc == 0 ? c.value : -999); // untouched on failure
+    }
+}
+
+TEST(JsonGetters, NarrowGettersRefuseValuesOutsideTheirRange) {
+    struct Case {
+        const char *json;
+        int32_t rc8;
+        int32_t rc16;
+    };
+    const Case cases[] = {
+        {R"({"k": 0})", 0, 0},        {R"({"k": 255})", 0, 0},      {R"({"k": 256})", -132, 0},
+        {R"({"k": -1})", -132, -132}, {R"({"k": 65535})", -132, 0}, {R"({"k": 65536})", -132, -132},
+        {R"({})", -22, -22},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.json);
+        OV_JsonPtr root = Parse(c.json);
+        uint8_t u8 = 0xAA;
+        uint16_t u16 = 0xAAAA;
+        EXPECT_EQ(_OV_JsonGetU8(root.get(), "k", &u8), c.rc8);
+        EXPECT_EQ(_OV_JsonGetU16(root.get(), "k", &u16), c.rc16);
+        if (c.rc8 != 0) {
+            EXPECT_EQ(u8, 0xAA);
+        }
+        if (c.rc16 != 0) {
+            EXPECT_EQ(u16, 0xAAAA);
+        }
+    }
+}
+
+TEST(JsonGetters, BoolFollowsTheLibrarysTruthRules) {
+    struct Case {
+        const char *json;
+        int32_t value;
+    };
+    const Case cases[] = {
+        {R"({"k": true})", 1}, {R"({"k": false})", 0}, {R"({"k": 0})", 0},    {R"({"k": 3})", 1},
+        {R"({"k": ""})", 0},   {R"({"k": "x"})", 1},   {R"({"k": null})", 0},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.json);
+        OV_JsonPtr root = Parse(c.json);
+        int32_t v = -1;
+        EXPECT_EQ(_OV_JsonGetBool(root.get(), "k", &v), 0);
+        EXPECT_EQ(v, c.value);
+    }
+    OV_JsonPtr empty = Parse("{}");
+    int32_t v = -1;
+    EXPECT_EQ(_OV_JsonGetBool(empty.get(), "k", &v), -22);
+    EXPECT_EQ(v, -1);
+}
+
+TEST(JsonGetters, StringRefusesTextAsLongAsItsBufferAndLeavesTheCutCopy) {
+    OV_JsonPtr root = Parse(R"({"fits": "abc", "exact": "abcd", "num": 12, "nul": null})");
+    char buf[4];
+    EXPECT_EQ(_OV_JsonGetString(root.get(), "fits", buf, sizeof buf), 0);
+    EXPECT_STREQ(buf, "abc");
+    EXPECT_EQ(_OV_JsonGetString(root.get(), "exact", buf, sizeof buf), -132);
+    EXPECT_STREQ(buf, "abc");
+    EXPECT_EQ(_OV_JsonGetString(root.get(), "num", buf, sizeof buf), 0);
+    EXPECT_STREQ(buf, "12");
+    EXPECT_EQ(_OV_JsonGetString(root.get(), "nul", buf, sizeof buf), -22);
+    EXPECT_EQ(_OV_JsonGetString(root.get(), "absent", buf, sizeof buf), -22);
+}
+
+uint32_t ParseV4(const char *text, bool *ok) {
+    char buf[OV_IPV4_TEXT_BUF] = {};
+    std::strncpy(buf, text, sizeof buf - 1);
+    uint32_t v = 0;
+    *ok = OV_IpStrToNum(buf, sizeof buf, &v) != nullptr;
+    return v;
+}
+
+TEST(AddressText, Ipv4AcceptsBlanksLeadingZerosAndTrailingJunk) {
+    struct Case {
+        const char *text;
+        uint32_t value;
+    };
+    const Case accepted[] = {
+        {"10.0.0.1", 0x0A000001},     {"  10.0.0.1", 0x0A000001}, {"10.0.0.1  ", 0x0A000001},
+        {"010.001.0.01", 0x0A010001}, {"10.0.0.1x", 0x0A000001},  {"255.255.255.255", 0xFFFFFFFF},
+        {"1.2.3.4", 0x01020304},
+    };
+    for (const Case &c : accepted) {
+        bool ok = false;
+        EXPECT_EQ(ParseV4(c.text, &ok), c.value) << c.text;
+        EXPECT_TRUE(ok) << c.text;
+    }
+    const char *refused[] = {
+        "10.0.0.256", "10.0.0",   "10..0.1",  "",           "1.2.3",
+        "a.b.c.d",    "1.2.3.-4", "10,0.0.1", "1000.0.0.1", "            1.1.1.1"};
+    for (const char *t : refused) {
+        bool ok = true;
+        ParseV4(t, &ok);
+        EXPECT_FALSE(ok) << t;
+    }
+}
+
+TEST(AddressText, Ipv4NeverReadsPastTheGivenLength) {
+    const char text[7] = {'1', '.', '2', '.', '3', '.', '4'}; // no terminator
+    uint32_t v = 0;
+    EXPECT_NE(OV_IpStrToNum(text, sizeof text, &v), nullptr);
+    EXPECT_EQ(v, 0x01020304u);
+    EXPECT_EQ(OV_IpStrToNum(text, 6, &v), nullptr);
+}
+
+bool ParseV6(const char *text, uint8_t (&out)[16]) {
+    char buf[OV_IPV6_TEXT_BUF] = {};
+    std::strncpy(buf, text, sizeof buf - 1);
+    std::memset(out, 0xEE, sizeof out);
+    return OV_Ipv6StrToConf(buf, sizeof buf, out) != nullptr;
+}
+
+TEST(AddressText, Ipv6AcceptsOneZeroRunAndIpv4Tails) {
+    struct Case {
+        const char *text;
+        uint8_t bytes[16];
+    };
+    const Case accepted[] = {
+        {"::", {}},
+        {"::1", {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}},
+        {" 2001:db8::8:800:200c:417a ",
+         {0x20, 0x01, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0x08, 0x08, 0, 0x20, 0x0c, 0x41, 0x7a}},
+        {"fe80::", {0xfe, 0x80}},
+        {"1:2:3:4:5:6:7:8", {0, 1, 0, 2, 0, 3, 0, 4, 0, 5, 0, 6, 0, 7, 0, 8}},
+        {"::ffff:10.0.0.1", {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff, 10, 0, 0, 1}},
+        {"1:2:3:4:5:6:1.2.3.4", {0, 1, 0, 2, 0, 3, 0, 4, 0, 5, 0, 6, 1, 2, 3, 4}},
+        // No room for an IPv4 tail: the '.' just ends the address.
+        {"1:2:3:4:5:6:7:1.2.3.4", {0, 1, 0, 2, 0, 3, 0, 4, 0, 5, 0, 6, 0, 7, 0, 1}},
+        {"ABCD::EF", {0xab, 0xcd, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xef}},
+    };
+    for (const Case &c : accepted) {
+        uint8_t out[16];
+        ASSERT_TRUE(ParseV6(c.text, out)) << c.text;
+        EXPECT_EQ(std::memcmp(out, c.bytes, 16), 0) << c.text;
+    }
+    const char *refused[] = {"1::2::3",
+                             ":1::2",
+                             "1:2:3:4:5:6:7",
+                             "12345::1",
+                             "1:2:3:4:5:6:7:8:9",
+                             "1:2:3:4:5:6:7:8::",
+                             ":::",
+                             "1.2.3.4",
+                             "::1:",
+                             "",
+                             "x::1"};
+    for (const char *t : refused) {
+        uint8_t out[16];
+        EXPECT_FALSE(ParseV6(t, out)) << t;
+    }
+}
+
+class ConfLogTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        ovtest::StdoutCapture quiet;
+        OV_AgentConfLogRegister();
+    }
+    void TearDown() override {
+        ovtest::StdoutCapture quiet;
+        OV_AgentConfLogUnregister();
+    }
+};
+
+struct Dummy {
+    uint32_t a;
+};
+
+int32_t _OV_DummyJsonToConf(Dummy *conf, json_object *obj) {
+    int32_t rc = _OV_JsonGetInt(obj, "a", &conf->a);
+    if (rc != 0) {
+        OV_CONF_FAIL("Lack of %s\n", "a");
+    }
+    return rc;
+}
+
+int32_t OV_DummyJsonStrToConf(Dummy *conf, const char *text) {
+    return OV_AgentConfJsonEntry(OV_CONF_SITE, "dummy", conf, text, _OV_DummyJsonToConf);
+}
+
+TEST_F(ConfLogTest, EntryReportsNonJsonAndConverterFailuresWithFunctionNames) {
+    struct Case {
+        const char *text;
+        int32_t rc;
+        const char *expect;
+    };
+    const Case cases[] = {
+        {"", -22, "<Error:AGENTCONF>[OV_DummyJsonStrToConf:"},
+        {"{", -22, "] invalid dummy string, not json\n"},
+        {R"({"b": 1})", -22, "<Error:AGENTCONF>[_OV_DummyJsonToConf:"},
+        {R"({"a": 2147483647})", -132, "] Json to data struct failed(132:value too large)\n"},
+        {R"({"a": 5})", 0, "<Info:AGENTCONF>[OV_DummyJsonStrToConf:"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.text);
+        ovtest::StdoutCapture cap;
+        Dummy d{};
+        EXPECT_EQ(OV_DummyJsonStrToConf(&d, c.text), c.rc);
+        std::string out = cap.Take();
+        EXPECT_NE(out.find(c.expect), std::string::npos) << out;
+        EXPECT_NE(out.find(std::string("] agent dummy conf json = ") + c.text + " \n"),
+                  std::string::npos)
+            << out;
+        EXPECT_EQ(out.find("dump flexlog"), std::string::npos);
+    }
+}
+
+TEST_F(ConfLogTest, ArrayLengthRefusesNonArraysAndOverCapacityAndAdoptsTheLength) {
+    OV_JsonPtr root = Parse(R"({"three": [1, 2, 3], "obj": {}, "big": [1,2,3,4,5]})");
+    json_object *three = nullptr;
+    json_object *obj = nullptr;
+    json_object *big = nullptr;
+    json_object_object_get_ex(root.get(), "three", &three);
+    json_object_object_get_ex(root.get(), "obj", &obj);
+    json_object_object_get_ex(root.get(), "big", &big);
+
+    ovtest::StdoutCapture cap;
+    uint8_t count = 5;
+    EXPECT_EQ(OV_ConfArrayLength(OV_CONF_SITE, three, &count, 4, "not array!\n", "size differs!\n"),
+              3);
+    EXPECT_EQ(count, 3);
+    count = 4;
+    EXPECT_EQ(OV_ConfArrayLength(OV_CONF_SITE, obj, &count, 4, "not array!\n", "size differs!\n"),
+              -22);
+    EXPECT_EQ(OV_ConfArrayLength(OV_CONF_SITE, big, &count, 4, "not array!\n", "size differs!\n"),
+              -22);
+    EXPECT_EQ(count, 4);
+    std::string out = cap.Take();
+    EXPECT_EQ(ovtest::CountOf(out, "<Warning:AGENTCONF>["), 1u) << out;
+    EXPECT_EQ(ovtest::CountOf(out, "] size differs!\n"), 1u);
+    EXPECT_EQ(ovtest::CountOf(out, "<Error:AGENTCONF>["), 2u);
+    EXPECT_EQ(ovtest::CountOf(out, "] not array!\n"), 2u);
+}
+
+} // namespace
