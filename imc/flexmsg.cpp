@@ -84,20 +84,27 @@ bool OV_FlexMsgDataMaybePull(FlexMsg *msg, uint64_t n) {
                          ? msg->capacity + FLEXMSG_GROW_STEP
                          : UINT64_MAX;
     uint64_t newCapacity = need <= grown ? grown : need;
+    // A new block, then the copy: a failed growth must leave the old block
+    // intact, and a failing MemModuleRealloc has already marked it freed.
     void *data = nullptr;
     if (newCapacity <= SIZE_MAX) {
-        data = MemModuleRealloc(g_flexMsgModule, msg->data, static_cast<size_t>(newCapacity));
+        data = MemModuleMalloc(g_flexMsgModule, static_cast<size_t>(newCapacity), 0);
     }
     if (data == nullptr) {
         OV_Log("<Error>_OV_ImcConfClientThread realloc memory failed\n");
         return false;
     }
+    std::memcpy(data, msg->data, static_cast<size_t>(msg->length));
+    MemModuleFree(g_flexMsgModule, msg->data);
     msg->data = static_cast<uint8_t *>(data);
     msg->capacity = newCapacity;
     return true;
 }
 
 int32_t OV_FlexMsgAppend(FlexMsg *msg, const void *bytes, uint64_t n) {
+    if (bytes == nullptr && n != 0) {
+        return -22;
+    }
     if (!OV_FlexMsgDataMaybePull(msg, n)) {
         return -12;
     }

@@ -53,7 +53,8 @@ void OV_FlexMsgFree(FlexMsg *msg);
 /// the buffer could not grow (the message is then unchanged), including a
 /// length plus n that does not fit in 64 bits.
 bool OV_FlexMsgDataMaybePull(FlexMsg *msg, uint64_t n);
-/// Appends n bytes. Returns 0, or -12 when there was no room.
+/// Appends n bytes. Returns 0, -12 when there was no room, or -22 for null
+/// bytes with a non-zero n.
 int32_t OV_FlexMsgAppend(FlexMsg *msg, const void *bytes, uint64_t n);
 /// Sets the length to 0 without freeing anything.
 void OV_FlexMsgReset(FlexMsg *msg);
@@ -62,8 +63,8 @@ void OV_FlexMsgReset(FlexMsg *msg);
 /// payload length 0) and sets the length to 16. The data area always has
 /// room for a header, since a message starts with 4096 bytes.
 void OV_ImcMsgFillHeader(FlexMsg *msg, uint8_t moduleId, uint16_t functionId);
-/// Appends a payload and adds n to the header's payload length. Returns 0 or
-/// -12 (the payload length is then unchanged).
+/// Appends a payload and adds n to the header's payload length. Returns 0, or
+/// the append's failure (the payload length is then unchanged).
 int32_t OV_ImcSafeSetRequestPayload(FlexMsg *msg, const void *bytes, uint64_t n);
 /// The same operation, used by the agent for reply data.
 int32_t OV_ImcSafeSetReplyPayload(FlexMsg *msg, const void *bytes, uint64_t n);

@@ -1,0 +1,331 @@
+// Tests of the configuration client against the in-process test server:
+// bytes on the wire, reply interpretation, failures and reconnection.
+#include "imc/conf_client.h"
+
+#include "base/platform.h"
+#include "imc/test_server.h"
+#include "tests/support/capture.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <thread>
+
+namespace {
+
+using ovtest::Bytes;
+using ovtest::TestServer;
+
+class ImcConfClientTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        ovtest::UsePrivatePipeDir();
+        name_ = ovtest::UniquePipeName("client");
+        OV_ImcConfClientSetPipeName(name_.c_str());
+    }
+    void TearDown() override {
+        OV_ImcConfClientExit();
+        OV_ImcConfClientSetPipeName(nullptr);
+    }
+
+    /// Starts the server with a script and connects the client to it.
+    void Start(ovtest::ConnScript script) {
+        server_ = std::make_unique<TestServer>(name_, std::move(script));
+        ASSERT_EQ(server_->CreateResult(), 0);
+        ASSERT_EQ(OV_ImcConfClientInit(), 0);
+    }
+
+    std::wstring name_;
+    std::unique_ptr<TestServer> server_;
+};
+
+TEST_F(ImcConfClientTest, SetSendsHeaderAndExactPayload) {
+    Start(ovtest::ReplyToEach(0));
+    const Bytes record = ovtest::Pattern(72, 0x40);
+    EXPECT_EQ(OV_ImcConfSet(10, 1, record.data(), 72), 0);
+    EXPECT_EQ(OV_ImcConfSet(3, 0x100, nullptr, 0), 0);
+    std::vector<Bytes> requests = server_->Requests();
+    ASSERT_EQ(requests.size(), 2u);
+    EXPECT_EQ(requests[0], ovtest::Concat(ovtest::RequestHeader(10, 1, 72), record));
+    EXPECT_EQ(requests[1], ovtest::RequestHeader(3, 0x100, 0));
+}
+
+TEST_F(ImcConfClientTest, LargeRecordsTravelWhole) {
+    Start(ovtest::ReplyToEach(0));
+    for (size_t size : {5000u, 10000u, 17528u}) {
+        Bytes record = ovtest::Pattern(size, 9);
+        EXPECT_EQ(OV_ImcConfSet(4, 2, record.data(), static_cast<uint32_t>(size)), 0);
+        EXPECT_EQ(server_->Requests().back(),
+                  ovtest::Concat(ovtest::RequestHeader(4, 2, size), record));
+    }
+}
+
+TEST_F(ImcConfClientTest, InitWithoutServerFailsAtOnce) {
+    ovtest::StdoutCapture capture;
+    uint64_t start = OV_GetTickCount64();
+    EXPECT_EQ(OV_ImcConfClientInit(), -2);
+    EXPECT_LT(OV_GetTickCount64() - start, 1000u);
+    std::string out = capture.Take();
+    EXPECT_TRUE(ovtest::HasLogLine(out, "<Debug>", "_OV_ImcConfConnect",
+                                   "IMC conf client connnects to server"))
+        << out;
+    EXPECT_TRUE(
+        ovtest::HasLogLine(out, "<Error>", "OV_ImcConnect", "Fail to connect pipe! error code=2"))
+        << out;
+    EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", "OV_ImcConfClientInit",
+                                   "Failed to connect to imc server ret=-2"))
+        << out;
+    // The failed start has stopped the message module again.
+    EXPECT_EQ(ovtest::CountOf(out, "<Info>unregister memory module FlexMsg success"), 1u) << out;
+}
+
+TEST_F(ImcConfClientTest, AgentStatusIsReturnedUnchanged) {
+    Start(ovtest::ReplyToEach(-5));
+    ovtest::StdoutCapture capture;
+    EXPECT_EQ(OV_ImcConfSet(10, 1, "abc", 3), -5);
+    EXPECT_EQ(OV_ImcConfGet(10, 2, nullptr, 0, nullptr, 0), -5);
+    std::string out = capture.Take();
+    EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", "OV_ImcConfSet",
+                                   "Failed to call OV_ImcConfigure Input/output error"))
+        << out;
+    EXPECT_EQ(ovtest::Lines(out).size(), 1u) << "a get logs nothing for the status\n" << out;
+}
+
+TEST_F(ImcConfClientTest, GetCopiesReplyDataAndJudgesItsSize) {
+    const Bytes data = ovtest::Pattern(8, 0x10);
+    struct Case {
+        const char *what;
+        Bytes reply;
+        uint32_t bufferSize;
+        int32_t rc;
+        size_t copied;
+        const char *line;
+    };
+    const Case cases[] = {
+        {"exact size", data, 8, 0, 8, nullptr},
+        {"room to spare", data, 12, 0, 8, nullptr},
+        {"truncated", data, 5, -119, 5, "The 10(513) reply data is truncated"},
+        {"no data", {}, 8, -120, 0, "The 10(513) request can't get reply data"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        OV_ImcConfClientExit();
+        server_.reset();
+        Start(ovtest::ReplyToEach(0, c.reply));
+        Bytes buffer(16, 0xEE);
+        ovtest::StdoutCapture capture;
+        EXPECT_EQ(OV_ImcConfGet(10, 513, "k", 1, buffer.data(), c.bufferSize), c.rc);
+        Bytes expected(16, 0xEE);
+        std::memcpy(expected.data(), data.data(), c.copied);
+        EXPECT_EQ(buffer, expected);
+        std::string out = capture.Take();
+        if (c.line != nullptr) {
+            EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", "OV_ImcConfGet", c.line)) << out;
+        } else {
+            EXPECT_EQ(out, "");
+        }
+    }
+}
+
+TEST_F(ImcConfClientTest, GetSendsTheRequestOnlyWhenPointerAndLengthAreGiven) {
+    Start(ovtest::ReplyToEach(0, {1}));
+    uint8_t reply = 0;
+    EXPECT_EQ(OV_ImcConfGet(15, 7, "abcd", 0, &reply, 1), 0);
+    EXPECT_EQ(OV_ImcConfGet(15, 7, nullptr, 4, &reply, 1), 0);
+    EXPECT_EQ(OV_ImcConfGet(15, 7, "abcd", 4, &reply, 1), 0);
+    std::vector<Bytes> requests = server_->Requests();
+    ASSERT_EQ(requests.size(), 3u);
+    EXPECT_EQ(requests[0], ovtest::RequestHeader(15, 7, 0));
+    EXPECT_EQ(requests[1], ovtest::RequestHeader(15, 7, 0));
+    EXPECT_EQ(requests[2], ovtest::Concat(ovtest::RequestHeader(15, 7, 4), {'a', 'b', 'c', 'd'}));
+}
+
+struct Seen {
+    Bytes reply;
+    int calls = 0;
+};
+
+int Remember(const void *reply, uint64_t len, void *ctx) {
+    auto *seen = static_cast<Seen *>(ctx);
+    const auto *p = static_cast<const uint8_t *>(reply);
+    seen->reply.assign(p, p + len);
+    ++seen->calls;
+    return 42;
+}
+
+TEST_F(ImcConfClientTest, GetByFuncHandsThePayloadToTheHandler) {
+    Start(ovtest::ReplyToEach(0, {7, 8, 9}));
+    Seen seen;
+    EXPECT_EQ(OV_ImcConfGetByFunc(4, 0x21, "q", 1, Remember, &seen), 42);
+    EXPECT_EQ(seen.reply, (Bytes{7, 8, 9}));
+    EXPECT_EQ(OV_ImcConfGetByFunc(4, 0x21, nullptr, 0, nullptr, nullptr), 0);
+    EXPECT_EQ(server_->Requests()[0], ovtest::Concat(ovtest::RequestHeader(4, 0x21, 1), {'q'}));
+}
+
+TEST_F(ImcConfClientTest, GetByFuncReportsAgentFailureWithoutCallingTheHandler) {
+    Start(ovtest::ReplyToEach(-22));
+    Seen seen;
+    ovtest::StdoutCapture capture;
+    EXPECT_EQ(OV_ImcConfGetByFunc(4, 1, nullptr, 0, Remember, &seen), -22);
+    EXPECT_EQ(seen.calls, 0);
+    EXPECT_TRUE(ovtest::HasLogLine(capture.Take(), "<Error>", "OV_ImcConfGetByFunc",
+                                   "Failed to call OV_ImcConfigure Invalid argument"));
+}
+
+// Pages through a table: the request carries the page number, the reply
+// the page's rows; an empty page ends the series.
+int NextPage(void *req, uint32_t reqLen, const void *, uint64_t replyLen, uint32_t *more,
+             void *ctx) {
+    auto *pages = static_cast<int *>(ctx);
+    ++*pages;
+    EXPECT_EQ(reqLen, 1u);
+    *more = replyLen != 0 ? 1 : 0;
+    ++*static_cast<uint8_t *>(req);
+    return replyLen != 0 ? 0 : 5;
+}
+
+TEST_F(ImcConfClientTest, MultiGetPagesWhileTheHandlerAsksForMore) {
+    Start([](TestServer &s, OV_PipeConn *conn, int) {
+        Bytes request;
+        while (s.ReadRequest(conn, &request)) {
+            uint8_t page = request[16];
+            s.Reply(conn, 0, page < 3 ? Bytes(4, page) : Bytes{});
+        }
+    });
+    uint8_t page = 0;
+    int pages = 0;
+    EXPECT_EQ(OV_ImcConfGetMultiByFunc(15, 3, &page, 1, NextPage, &pages), 5);
+    EXPECT_EQ(pages, 4);
+    std::vector<Bytes> requests = server_->Requests();
+    ASSERT_EQ(requests.size(), 4u);
+    for (uint8_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(requests[i], ovtest::Concat(ovtest::RequestHeader(15, 3, 1), {i}));
+    }
+}
+
+int Refuse(void *, uint32_t, const void *, uint64_t, uint32_t *more, void *) {
+    *more = 1;
+    return -22;
+}
+
+TEST_F(ImcConfClientTest, MultiGetStopsAtAFailingHandler) {
+    Start(ovtest::ReplyToEach(0, {1}));
+    ovtest::StdoutCapture capture;
+    EXPECT_EQ(OV_ImcConfGetMultiByFunc(15, 3, nullptr, 0, Refuse, nullptr), -22);
+    EXPECT_TRUE(ovtest::HasLogLine(capture.Take(), "<Error>", "OV_ImcConfGetMultiByFunc",
+                                   "Failed to callback ReplyHandlerFunc Invalid argument"));
+    EXPECT_EQ(server_->Requests().size(), 1u);
+}
+
+TEST_F(ImcConfClientTest, ServerClosingMidReplyBreaksThePipeAndTheNextCallReconnects) {
+    Start([](TestServer &s, OV_PipeConn *conn, int index) {
+        while (s.ReadRequest(conn)) {
+            if (index == 0) {
+                Bytes half = ovtest::ReplyHeader(0, 0);
+                half.resize(10);
+                OV_PipeConnWrite(conn, half.data(), half.size(), 1000);
+                return; // closes mid-reply
+            }
+            s.Reply(conn, 0);
+        }
+    });
+    ovtest::StdoutCapture capture;
+    EXPECT_EQ(OV_ImcConfSet(10, 1, "a", 1), -32);
+    EXPECT_EQ(OV_ImcConfSet(10, 1, "b", 1), 0);
+    std::string out = capture.Take();
+    EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", "_OV_ImcRecvAllReply",
+                                   "Failed to receive header ret=-32"))
+        << out;
+    EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", "OV_ImcConfSet",
+                                   "Failed to call OV_ImcConfigure Broken pipe"))
+        << out;
+    EXPECT_EQ(ovtest::CountOf(out, "IMC conf client connnects to server"), 1u) << out;
+    EXPECT_EQ(server_->Served(), 2);
+}
+
+TEST_F(ImcConfClientTest, HugeReplyPayloadLengthFailsWithoutGrowing) {
+    Start([](TestServer &s, OV_PipeConn *conn, int index) {
+        while (s.ReadRequest(conn)) {
+            if (index == 0) {
+                Bytes header = ovtest::ReplyHeader(0, UINT64_MAX);
+                OV_PipeConnWrite(conn, header.data(), header.size(), 1000);
+                s.WaitRelease(5000);
+                return;
+            }
+            s.Reply(conn, 0);
+        }
+    });
+    ovtest::StdoutCapture capture;
+    EXPECT_EQ(OV_ImcConfSet(10, 1, nullptr, 0), -12);
+    std::string out = capture.Take();
+    EXPECT_EQ(ovtest::CountOf(out, "<Error>_OV_ImcConfClientThread realloc memory failed\n"), 1u)
+        << out;
+    EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", "_OV_ImcRecvAllReply",
+                                   "Failed to receive payload ret=-12"))
+        << out;
+    server_->Release();
+    EXPECT_EQ(OV_ImcConfSet(10, 1, nullptr, 0), 0) << "the next exchange reconnects";
+}
+
+// Slow: waits out the 3000 ms limit of a pending read.
+TEST_F(ImcConfClientTest, StalledServerTimesOut) {
+    Start([](TestServer &s, OV_PipeConn *conn, int) {
+        if (s.ReadRequest(conn)) {
+            s.WaitRelease(10000);
+        }
+    });
+    ovtest::StdoutCapture capture;
+    uint64_t start = OV_GetTickCount64();
+    EXPECT_EQ(OV_ImcConfSet(10, 1, "a", 1), -254);
+    uint64_t waited = OV_GetTickCount64() - start;
+    EXPECT_GE(waited, 2900u);
+    EXPECT_LT(waited, 4500u);
+    std::string out = capture.Take();
+    EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", "_OV_ImcWait",
+                                   "Failed to get overlapped result error code=258"))
+        << out;
+    EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", "_OV_ImcRecvAllReply",
+                                   "Failed to receive header ret=-254"))
+        << out;
+}
+
+TEST_F(ImcConfClientTest, ConcurrentCallersNeverInterleave) {
+    Start(ovtest::ReplyToEach(0, {1, 2}));
+    auto caller = [](uint8_t module) {
+        for (int i = 0; i < 20; ++i) {
+            Bytes record = ovtest::Pattern(300, module);
+            uint8_t reply[2] = {};
+            EXPECT_EQ(OV_ImcConfGet(module, 5, record.data(), 300, reply, 2), 0);
+            EXPECT_EQ(reply[1], 2);
+        }
+    };
+    std::thread a(caller, 3);
+    std::thread b(caller, 4);
+    a.join();
+    b.join();
+    std::vector<Bytes> requests = server_->Requests();
+    ASSERT_EQ(requests.size(), 40u);
+    for (const Bytes &r : requests) {
+        uint8_t module = r[0];
+        EXPECT_EQ(
+            r, ovtest::Concat(ovtest::RequestHeader(module, 5, 300), ovtest::Pattern(300, module)));
+    }
+}
+
+TEST_F(ImcConfClientTest, ExitTwiceReleasesEverythingOnce) {
+    Start(ovtest::ReplyToEach(0));
+    ovtest::StdoutCapture capture;
+    OV_ImcConfClientExit();
+    OV_ImcConfClientExit();
+    // The test server is the module's other user: a second stop would have
+    // taken the module away from it.
+    FlexMsg *msg = OV_FlexMsgAlloc();
+    EXPECT_NE(msg, nullptr);
+    OV_FlexMsgFree(msg);
+    EXPECT_EQ(ovtest::CountOf(capture.Take(), "unregister memory module FlexMsg"), 0u);
+    ASSERT_EQ(OV_ImcConfClientInit(), 0);
+    EXPECT_EQ(OV_ImcConfSet(10, 1, nullptr, 0), 0);
+}
+
+} // namespace

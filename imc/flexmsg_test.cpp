@@ -1,0 +1,134 @@
+// Tests of the FlexMsg buffer: allocation, growth, header and payload.
+#include "imc/flexmsg.h"
+
+#include "base/mem.h"
+#include "imc/test_server.h"
+#include "tests/support/capture.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+namespace {
+
+using ovtest::Bytes;
+
+class FlexMsgTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_EQ(OV_FlexMsgModuleStart(), 0);
+        msg_ = OV_FlexMsgAlloc();
+        ASSERT_NE(msg_, nullptr);
+    }
+    void TearDown() override {
+        OV_FlexMsgFree(msg_);
+        OV_FlexMsgModuleStop();
+    }
+
+    Bytes Data() const { return Bytes(msg_->data, msg_->data + msg_->length); }
+
+    FlexMsg *msg_ = nullptr;
+};
+
+TEST_F(FlexMsgTest, NewMessageHasOnePageAndAnEmptyList) {
+    EXPECT_EQ(msg_->capacity, 4096u);
+    EXPECT_EQ(msg_->length, 0u);
+    EXPECT_EQ(msg_->link.next, &msg_->link);
+    EXPECT_EQ(msg_->link.prev, &msg_->link);
+}
+
+TEST_F(FlexMsgTest, HeaderFillWritesEveryByteAndZeroesReservedOnes) {
+    std::memset(msg_->data, 0xAA, 64);
+    OV_ImcMsgFillHeader(msg_, 10, 0x0102);
+    EXPECT_EQ(Data(), ovtest::RequestHeader(10, 0x0102, 0));
+}
+
+TEST_F(FlexMsgTest, PayloadGrowsTheBufferByAPageOrToTheExactNeed) {
+    struct Case {
+        size_t payload;
+        uint64_t capacity;
+    };
+    for (Case c : {Case{4080, 4096}, Case{4081, 8192}, Case{5000, 8192}, Case{10000, 10016}}) {
+        SCOPED_TRACE(c.payload);
+        FlexMsg *msg = OV_FlexMsgAlloc();
+        ASSERT_NE(msg, nullptr);
+        OV_ImcMsgFillHeader(msg, 4, 7);
+        Bytes payload = ovtest::Pattern(c.payload, 3);
+        ASSERT_EQ(OV_ImcSafeSetRequestPayload(msg, payload.data(), payload.size()), 0);
+        EXPECT_EQ(msg->capacity, c.capacity);
+        EXPECT_EQ(Bytes(msg->data, msg->data + msg->length),
+                  ovtest::Concat(ovtest::RequestHeader(4, 7, c.payload), payload));
+        OV_FlexMsgFree(msg);
+    }
+}
+
+TEST_F(FlexMsgTest, PayloadsAddUpInTheHeader) {
+    OV_ImcMsgFillHeader(msg_, 1, 2);
+    Bytes a = ovtest::Pattern(3, 0);
+    Bytes b = ovtest::Pattern(5, 9);
+    ASSERT_EQ(OV_ImcSafeSetRequestPayload(msg_, a.data(), a.size()), 0);
+    ASSERT_EQ(OV_ImcSafeSetReplyPayload(msg_, b.data(), b.size()), 0);
+    ASSERT_EQ(OV_ImcSafeSetRequestPayload(msg_, nullptr, 0), 0);
+    EXPECT_EQ(OV_ImcMsgPayloadLen(msg_), 8u);
+    EXPECT_EQ(Data(), ovtest::Concat(ovtest::RequestHeader(1, 2, 8), ovtest::Concat(a, b)));
+}
+
+TEST_F(FlexMsgTest, ImpossibleGrowthFailsAndLeavesTheMessageAlone) {
+    OV_ImcMsgFillHeader(msg_, 1, 2);
+    const Bytes before = Data();
+    uint8_t *data = msg_->data;
+    uint8_t byte = 0;
+    // A length that wraps 64 bits, and one larger than any block.
+    for (uint64_t n : {UINT64_MAX, UINT64_MAX - 15, uint64_t{1} << 40}) {
+        SCOPED_TRACE(n);
+        ovtest::StdoutCapture capture;
+        EXPECT_FALSE(OV_FlexMsgDataMaybePull(msg_, n));
+        EXPECT_EQ(OV_ImcSafeSetRequestPayload(msg_, &byte, n), -12);
+        EXPECT_EQ(capture.Take(), std::string(ovtest::kFixedStamp) +
+                                      "<Error>_OV_ImcConfClientThread realloc memory failed\n" +
+                                      ovtest::kFixedStamp +
+                                      "<Error>_OV_ImcConfClientThread realloc memory failed\n");
+        EXPECT_EQ(msg_->capacity, 4096u);
+        EXPECT_EQ(msg_->data, data);
+        EXPECT_EQ(Data(), before);
+    }
+}
+
+TEST_F(FlexMsgTest, NullBytesWithALengthAreRefused) {
+    OV_ImcMsgFillHeader(msg_, 1, 2);
+    EXPECT_EQ(OV_ImcSafeSetRequestPayload(msg_, nullptr, 4), -22);
+    EXPECT_EQ(Data(), ovtest::RequestHeader(1, 2, 0));
+}
+
+TEST_F(FlexMsgTest, StatusIsSigned32BitsAtOffsetZero) {
+    Bytes reply = ovtest::ReplyHeader(-119, 0);
+    ASSERT_EQ(OV_FlexMsgAppend(msg_, reply.data(), reply.size()), 0);
+    EXPECT_EQ(OV_ImcMsgStatus(msg_), -119);
+    OV_FlexMsgReset(msg_);
+    EXPECT_EQ(msg_->length, 0u);
+    EXPECT_EQ(msg_->capacity, 4096u);
+}
+
+TEST(FlexMsgModule, LastStopUnregistersAndLeavesNoLeak) {
+    ovtest::StdoutCapture capture;
+    ASSERT_EQ(OV_FlexMsgModuleStart(), 0);
+    ASSERT_EQ(OV_FlexMsgModuleStart(), 0);
+    OV_FlexMsgModuleStop();
+    FlexMsg *msg = OV_FlexMsgAlloc();
+    ASSERT_NE(msg, nullptr) << "one user is left";
+    Bytes big = ovtest::Pattern(20000, 1);
+    ASSERT_EQ(OV_FlexMsgAppend(msg, big.data(), big.size()), 0);
+    OV_FlexMsgFree(msg);
+    OV_FlexMsgFree(nullptr);
+    OV_FlexMsgModuleStop();
+    OV_FlexMsgModuleStop(); // an extra stop is harmless
+    EXPECT_EQ(OV_FlexMsgAlloc(), nullptr);
+    std::string out = capture.Take();
+    EXPECT_EQ(ovtest::CountOf(out, "<Info>register memory module FlexMsg success"), 1u) << out;
+    EXPECT_EQ(ovtest::CountOf(out, "<Info>unregister memory module FlexMsg success"), 1u) << out;
+    EXPECT_EQ(ovtest::CountOf(out, "memory leak"), 0u) << out;
+    EXPECT_EQ(ovtest::CountOf(out, "<Error>_OV_ImcConfClientThread alloc memory failed"), 1u)
+        << out;
+}
+
+} // namespace

@@ -1,0 +1,139 @@
+// Tests of the agent's side of an exchange: request check and reply forms.
+#include "imc/imc_agent.h"
+
+#include "base/platform.h"
+#include "imc/pipe.h"
+#include "imc/test_server.h"
+#include "tests/support/capture.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+namespace {
+
+using ovtest::Bytes;
+using ovtest::TestServer;
+
+class ImcAgentTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        ovtest::UsePrivatePipeDir();
+        ASSERT_EQ(OV_FlexMsgModuleStart(), 0);
+        msg_ = OV_FlexMsgAlloc();
+        ASSERT_NE(msg_, nullptr);
+    }
+    void TearDown() override {
+        OV_ImcClose(client_);
+        OV_FlexMsgFree(msg_);
+        OV_FlexMsgModuleStop();
+    }
+
+    Bytes Data() const { return Bytes(msg_->data, msg_->data + msg_->length); }
+
+    /// Runs script on the server end while the test writes `sent` as a client.
+    void Exchange(const Bytes &sent, ovtest::ConnScript script) {
+        std::wstring name = ovtest::UniquePipeName("agent");
+        TestServer server(name, std::move(script));
+        ASSERT_EQ(server.CreateResult(), 0);
+        ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &client_), 0);
+        FlexMsg *out = OV_FlexMsgAlloc();
+        ASSERT_EQ(OV_FlexMsgAppend(out, sent.data(), sent.size()), 0);
+        EXPECT_EQ(OV_ImcSendAll(client_, out), 0);
+        OV_FlexMsgFree(out);
+        while (server.Served() == 0) {
+            OV_SleepMs(5);
+        }
+    } // the server's script has finished when this returns
+
+    FlexMsg *msg_ = nullptr;
+    OV_PipeHandle client_ = OV_INVALID_PIPE_HANDLE;
+};
+
+TEST_F(ImcAgentTest, HeaderCheckAcceptsModulesBelow25) {
+    for (int module : {0, 1, 24, 25, 26, 255}) {
+        SCOPED_TRACE(module);
+        OV_ImcMsgFillHeader(msg_, static_cast<uint8_t>(module), 1);
+        EXPECT_EQ(OV_ImcAgentCheckHeader(msg_), module < 25);
+    }
+    OV_FlexMsgReset(msg_);
+    EXPECT_FALSE(OV_ImcAgentCheckHeader(msg_)) << "no header yet";
+}
+
+TEST_F(ImcAgentTest, ReceivesBackToBackRequestsExactly) {
+    const Bytes first = ovtest::Concat(ovtest::RequestHeader(10, 1, 5), ovtest::Pattern(5, 1));
+    const Bytes second = ovtest::RequestHeader(24, 0x300, 0);
+    std::vector<Bytes> got;
+    Exchange(ovtest::Concat(first, second), [&](TestServer &, OV_PipeConn *conn, int) {
+        FlexMsg *msg = OV_FlexMsgAlloc();
+        for (int i = 0; i < 2; ++i) {
+            ASSERT_EQ(OV_ImcAgentRecvRequest(conn, msg, 1000), 0);
+            got.emplace_back(msg->data, msg->data + msg->length);
+        }
+        OV_FlexMsgFree(msg);
+    });
+    ASSERT_EQ(got.size(), 2u);
+    EXPECT_EQ(got[0], first);
+    EXPECT_EQ(got[1], second);
+}
+
+TEST_F(ImcAgentTest, RejectsModule25WithItsMessage) {
+    int32_t rc = 0;
+    ovtest::StdoutCapture capture;
+    Exchange(ovtest::Concat(ovtest::RequestHeader(25, 1, 2), {1, 2}),
+             [&](TestServer &, OV_PipeConn *conn, int) {
+                 FlexMsg *msg = OV_FlexMsgAlloc();
+                 rc = OV_ImcAgentRecvRequest(conn, msg, 1000);
+                 EXPECT_EQ(msg->length, 0u);
+                 OV_FlexMsgFree(msg);
+             });
+    EXPECT_EQ(rc, -22);
+    EXPECT_TRUE(ovtest::HasLogLine(capture.Take(), "<Error>", "OV_ImcAgentRecvRequest",
+                                   "Check request header failed, the configurations is invaild"));
+}
+
+TEST_F(ImcAgentTest, RefusesAPayloadItCannotHold) {
+    int32_t rc = 0;
+    ovtest::StdoutCapture capture;
+    Exchange(ovtest::RequestHeader(3, 1, UINT64_MAX), [&](TestServer &, OV_PipeConn *conn, int) {
+        FlexMsg *msg = OV_FlexMsgAlloc();
+        rc = OV_ImcAgentRecvRequest(conn, msg, 1000);
+        OV_FlexMsgFree(msg);
+    });
+    EXPECT_EQ(rc, -12);
+    EXPECT_TRUE(ovtest::HasLogLine(capture.Take(), "<Error>", "OV_ImcAgentRecvRequest",
+                                   "Failed to call OV_FlexMsgDataMaybePull"));
+}
+
+TEST_F(ImcAgentTest, IdleWaitConsumesNothing) {
+    const Bytes request = ovtest::RequestHeader(8, 2, 0);
+    Bytes got;
+    std::wstring name = ovtest::UniquePipeName("idle");
+    TestServer server(name, [&](TestServer &, OV_PipeConn *conn, int) {
+        FlexMsg *msg = OV_FlexMsgAlloc();
+        EXPECT_EQ(OV_ImcAgentRecvRequest(conn, msg, 50), -138);
+        EXPECT_EQ(OV_ImcAgentRecvRequest(conn, msg, 3000), 0);
+        got.assign(msg->data, msg->data + msg->length);
+        OV_FlexMsgFree(msg);
+    });
+    ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &client_), 0);
+    OV_SleepMs(300);
+    ASSERT_EQ(OV_FlexMsgAppend(msg_, request.data(), request.size()), 0);
+    ASSERT_EQ(OV_ImcSendAll(client_, msg_), 0);
+    OV_FlexMsgReset(msg_);
+    EXPECT_EQ(OV_ImcRecvAll(client_, msg_, 1, 1), -32) << "the server closed after one request";
+    EXPECT_EQ(got, request);
+}
+
+TEST_F(ImcAgentTest, RepliesCarryStatusLengthAndZeroReservedBytes) {
+    std::memset(msg_->data, 0xAA, 64);
+    OV_ImcAgentSetStatusReply(msg_, -40);
+    EXPECT_EQ(Data(), ovtest::ReplyHeader(-40, 0));
+
+    std::memset(msg_->data, 0xAA, 64);
+    const Bytes data = ovtest::Pattern(24, 5);
+    ASSERT_EQ(OV_ImcAgentSetDataReply(msg_, 0, data.data(), data.size()), 0);
+    EXPECT_EQ(Data(), ovtest::Concat(ovtest::ReplyHeader(0, 24), data));
+}
+
+} // namespace

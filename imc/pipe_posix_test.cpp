@@ -1,0 +1,131 @@
+// Tests of what only the POSIX build has: pipe names mapped to socket files,
+// and the files' life cycle.
+#include "imc/pipe.h"
+#include "imc/pipe_server.h"
+
+#include "imc/test_server.h"
+#include "tests/support/capture.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace {
+
+// Sets OV_PIPE_DIR for one test and restores the private directory after it.
+class PipeDir {
+  public:
+    explicit PipeDir(const char *dir) {
+        ovtest::UsePrivatePipeDir();
+        saved_ = std::getenv("OV_PIPE_DIR");
+        if (dir == nullptr) {
+            unsetenv("OV_PIPE_DIR");
+        } else {
+            setenv("OV_PIPE_DIR", dir, 1);
+        }
+    }
+    ~PipeDir() { setenv("OV_PIPE_DIR", saved_.c_str(), 1); }
+
+  private:
+    std::string saved_;
+};
+
+std::string PathOf(const wchar_t *name) {
+    char out[108];
+    return OV_ImcPipePath(name, out, sizeof out) == 0 ? std::string(out) : std::string("-");
+}
+
+TEST(ImcPipePosixPath, MapsPipeNamesIntoThePipeDirectory) {
+    {
+        PipeDir dir(nullptr);
+        EXPECT_EQ(PathOf(OV_IMC_CONF_PIPE_NAME), "/run/orvane/imc_config_pipe");
+    }
+    PipeDir dir("/tmp/d");
+    EXPECT_EQ(PathOf(OV_IMC_CONF_PIPE_NAME), "/tmp/d/imc_config_pipe");
+    EXPECT_EQ(PathOf(L"\\\\.\\PIPE\\x"), "/tmp/d/x");
+    EXPECT_EQ(PathOf(L"\\\\.\\pipe\\caf\u00e9"), "/tmp/d/caf\xc3\xa9");
+    for (const wchar_t *bad : {L"imc_config_pipe", L"\\\\.\\pipe\\", L"\\\\.\\pipe\\..",
+                               L"\\\\.\\pipe\\a/b", L"\\\\.\\pip", L""}) {
+        EXPECT_EQ(PathOf(bad), "-");
+    }
+    std::wstring longName = L"\\\\.\\pipe\\" + std::wstring(110, L'n');
+    EXPECT_EQ(PathOf(longName.c_str()), "-") << "does not fit a socket address";
+}
+
+class ImcPipePosixTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        ovtest::UsePrivatePipeDir();
+        name_ = ovtest::UniquePipeName("file");
+        char path[108];
+        ASSERT_EQ(OV_ImcPipePath(name_.c_str(), path, sizeof path), 0);
+        path_ = path;
+    }
+
+    /// Leaves a socket file behind that nobody listens on, as a crash would.
+    void MakeStaleSocket() {
+        int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+        sockaddr_un addr{};
+        addr.sun_family = AF_UNIX;
+        path_.copy(addr.sun_path, sizeof addr.sun_path - 1);
+        ASSERT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr), 0);
+        close(fd);
+    }
+
+    std::wstring name_;
+    std::string path_;
+};
+
+TEST_F(ImcPipePosixTest, StaleSocketIsNoServerAndIsReplaced) {
+    MakeStaleSocket();
+    OV_PipeHandle h = OV_INVALID_PIPE_HANDLE;
+    ovtest::StdoutCapture capture;
+    EXPECT_EQ(OV_ImcConnect(name_.c_str(), 0, &h), -2);
+    EXPECT_TRUE(ovtest::HasLogLine(capture.Take(), "<Error>", "OV_ImcConnect",
+                                   "Fail to connect pipe! error code=2"));
+    OV_PipeServer *server = nullptr;
+    ASSERT_EQ(OV_PipeServerCreate(name_.c_str(), 3, &server), 0);
+    EXPECT_EQ(OV_ImcConnect(name_.c_str(), 0, &h), 0);
+    OV_ImcClose(h);
+    OV_PipeServerDestroy(server);
+}
+
+TEST_F(ImcPipePosixTest, LeavesAFileThatIsNoSocketAlone) {
+    FILE *f = std::fopen(path_.c_str(), "w");
+    ASSERT_NE(f, nullptr);
+    std::fclose(f);
+    OV_PipeServer *server = nullptr;
+    ovtest::StdoutCapture capture;
+    EXPECT_EQ(OV_PipeServerCreate(name_.c_str(), 3, &server), -17);
+    EXPECT_TRUE(ovtest::HasLogLine(capture.Take(), "<Error>", "OV_PipeServerCreate",
+                                   "Pipe " + path_ + " is already owned by another server"));
+    EXPECT_EQ(access(path_.c_str(), F_OK), 0);
+    unlink(path_.c_str());
+}
+
+TEST_F(ImcPipePosixTest, SocketFileIsPrivateAndRemovedOnDestroy) {
+    std::string dir = path_.substr(0, path_.rfind('/')) + "/sub";
+    setenv("OV_PIPE_DIR", dir.c_str(), 1);
+    char path[108];
+    ASSERT_EQ(OV_ImcPipePath(name_.c_str(), path, sizeof path), 0);
+    OV_PipeServer *server = nullptr;
+    ASSERT_EQ(OV_PipeServerCreate(name_.c_str(), 3, &server), 0);
+    struct stat st {};
+    ASSERT_EQ(stat(dir.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0700u);
+    ASSERT_EQ(stat(path, &st), 0);
+    EXPECT_TRUE(S_ISSOCK(st.st_mode));
+    EXPECT_EQ(st.st_mode & 07777, 0660u);
+    OV_PipeServerDestroy(server);
+    EXPECT_NE(stat(path, &st), 0);
+    rmdir(dir.c_str());
+    setenv("OV_PIPE_DIR", path_.substr(0, path_.rfind('/')).c_str(), 1);
+}
+
+} // namespace

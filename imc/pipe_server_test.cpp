@@ -1,0 +1,153 @@
+// Tests of the agent end of the pipe: ownership of the name, concurrent
+// clients, time-outs and shutdown.
+#include "imc/pipe_server.h"
+
+#include "base/platform.h"
+#include "imc/pipe.h"
+#include "imc/test_server.h"
+#include "tests/support/capture.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <thread>
+
+namespace {
+
+using ovtest::Bytes;
+using ovtest::TestServer;
+
+class PipeServerTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        ovtest::UsePrivatePipeDir();
+        ASSERT_EQ(OV_FlexMsgModuleStart(), 0);
+    }
+    void TearDown() override { OV_FlexMsgModuleStop(); }
+};
+
+TEST_F(PipeServerTest, SecondServerForTheSameNameIsRefused) {
+    std::wstring name = ovtest::UniquePipeName("owned");
+    OV_PipeServer *first = nullptr;
+    ASSERT_EQ(OV_PipeServerCreate(name.c_str(), 3, &first), 0);
+    OV_PipeServer *second = nullptr;
+    ovtest::StdoutCapture capture;
+    EXPECT_EQ(OV_PipeServerCreate(name.c_str(), 3, &second), -17);
+    std::string out = capture.Take();
+    EXPECT_EQ(ovtest::CountOf(out, "is already owned by another server\n"), 1u) << out;
+    OV_PipeServerDestroy(first);
+    ASSERT_EQ(OV_PipeServerCreate(name.c_str(), 3, &second), 0) << "the name is free again";
+    OV_PipeServerDestroy(second);
+}
+
+TEST_F(PipeServerTest, RefusesBadArguments) {
+    OV_PipeServer *server = nullptr;
+    std::wstring name = ovtest::UniquePipeName("args");
+    EXPECT_EQ(OV_PipeServerCreate(name.c_str(), 0, &server), -22);
+    EXPECT_EQ(OV_PipeServerCreate(name.c_str(), OV_PIPE_SERVER_MAX_INSTANCES + 1, &server), -22);
+    EXPECT_EQ(OV_PipeServerCreate(nullptr, 3, &server), -22);
+    EXPECT_EQ(server, nullptr);
+}
+
+TEST_F(PipeServerTest, ServesThreeClientsAtOnce) {
+    std::atomic<int> inside{0};
+    std::atomic<int> most{0};
+    std::wstring name = ovtest::UniquePipeName("three");
+    TestServer server(
+        name,
+        [&](TestServer &s, OV_PipeConn *conn, int) {
+            if (!s.ReadRequest(conn)) {
+                return;
+            }
+            int now = ++inside;
+            most = std::max(most.load(), now);
+            // Every client is in here before any gets its reply.
+            for (int i = 0; i < 400 && inside < 3; ++i) {
+                OV_SleepMs(5);
+            }
+            s.Reply(conn, 0, {static_cast<uint8_t>(now)});
+            OV_SleepMs(50);
+            --inside;
+        },
+        3, 3);
+    ASSERT_EQ(server.CreateResult(), 0);
+    auto client = [&name](int32_t *rc) {
+        OV_PipeHandle h = OV_INVALID_PIPE_HANDLE;
+        *rc = OV_ImcConnect(name.c_str(), 0, &h);
+        FlexMsg *msg = OV_FlexMsgAlloc();
+        OV_ImcMsgFillHeader(msg, 1, 1);
+        if (*rc == 0) {
+            *rc = OV_ImcSendAll(h, msg);
+        }
+        if (*rc == 0) {
+            OV_FlexMsgReset(msg);
+            *rc = OV_ImcRecvAll(h, msg, 17, 1);
+        }
+        OV_FlexMsgFree(msg);
+        OV_ImcClose(h);
+    };
+    int32_t rcs[3] = {1, 1, 1};
+    std::thread a(client, &rcs[0]);
+    std::thread b(client, &rcs[1]);
+    std::thread c(client, &rcs[2]);
+    a.join();
+    b.join();
+    c.join();
+    EXPECT_EQ(rcs[0], 0);
+    EXPECT_EQ(rcs[1], 0);
+    EXPECT_EQ(rcs[2], 0);
+    EXPECT_EQ(most.load(), 3);
+}
+
+TEST_F(PipeServerTest, AcceptTimesOutAndShutdownWakesIt) {
+    std::wstring name = ovtest::UniquePipeName("wake");
+    OV_PipeServer *server = nullptr;
+    ASSERT_EQ(OV_PipeServerCreate(name.c_str(), 3, &server), 0);
+    OV_PipeConn *conn = nullptr;
+    EXPECT_EQ(OV_PipeServerAccept(server, 50, &conn), -138);
+    int32_t rc = 0;
+    uint64_t waited = 0;
+    std::thread acceptor([&] {
+        uint64_t start = OV_GetTickCount64();
+        rc = OV_PipeServerAccept(server, 20000, &conn);
+        waited = OV_GetTickCount64() - start;
+    });
+    OV_SleepMs(100);
+    OV_PipeServerShutdown(server);
+    acceptor.join();
+    EXPECT_EQ(rc, -4);
+    EXPECT_LT(waited, 2000u);
+    EXPECT_EQ(OV_PipeServerAccept(server, 5000, &conn), -4) << "shutdown stays in force";
+    OV_PipeServerDestroy(server);
+}
+
+TEST_F(PipeServerTest, ReadsReportTheClientLeavingAndTimeOuts) {
+    std::wstring name = ovtest::UniquePipeName("gone");
+    int32_t idleRc = 0;
+    int32_t goneRc = 0;
+    size_t got = 99;
+    {
+        TestServer server(name, [&](TestServer &, OV_PipeConn *conn, int) {
+            uint8_t buf[8];
+            idleRc = OV_PipeConnRead(conn, buf, sizeof buf, 50, nullptr);
+            goneRc = OV_PipeConnRead(conn, buf, sizeof buf, 3000, &got);
+        });
+        OV_PipeHandle h = OV_INVALID_PIPE_HANDLE;
+        ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &h), 0);
+        OV_SleepMs(200);
+        FlexMsg *msg = OV_FlexMsgAlloc();
+        ASSERT_EQ(OV_FlexMsgAppend(msg, "abc", 3), 0);
+        EXPECT_EQ(OV_ImcSendAll(h, msg), 0);
+        OV_FlexMsgFree(msg);
+        OV_ImcClose(h);
+        while (server.Served() == 0) {
+            OV_SleepMs(5);
+        }
+    }
+    EXPECT_EQ(idleRc, -138);
+    EXPECT_EQ(goneRc, -32);
+    EXPECT_EQ(got, 3u);
+}
+
+} // namespace

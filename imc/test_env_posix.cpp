@@ -1,0 +1,41 @@
+// Test support for imc/ on POSIX: a private pipe directory per test process.
+#include "imc/test_server.h"
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <unistd.h>
+
+namespace ovtest {
+
+namespace {
+
+char g_pipeDir[] = "/tmp/ovimc-XXXXXX";
+
+void RemovePipeDir() {
+    rmdir(g_pipeDir);
+}
+
+} // namespace
+
+void UsePrivatePipeDir() {
+    static const bool made = [] {
+        if (mkdtemp(g_pipeDir) == nullptr) {
+            return false;
+        }
+        setenv("OV_PIPE_DIR", g_pipeDir, 1);
+        std::atexit(RemovePipeDir);
+        return true;
+    }();
+    (void)made;
+}
+
+std::wstring UniquePipeName(const char *tag) {
+    static std::atomic<int> counter{0};
+    std::string name =
+        "ovimc-" + std::to_string(getpid()) + "-" + std::to_string(counter++) + "-" + tag;
+    return L"\\\\.\\pipe\\" + std::wstring(name.begin(), name.end());
+}
+
+} // namespace ovtest
