@@ -52,6 +52,10 @@ bool OV_FileDelete(const char *path);
 /// Renames; fails when the target exists.
 bool OV_FileRename(const char *from, const char *to);
 
+/// Makes standard output carry "\n" unchanged, so both builds print the same
+/// bytes (the Windows runtime would otherwise turn it into "\r\n").
+void OV_SetStdoutBinary();
+
 /// Stops the process at once. Failed lock operations end here: the tables
 /// they guard cannot be trusted afterwards, so there is no recovery path.
 [[noreturn]] void OV_FatalCrash();

@@ -122,6 +122,8 @@ bool OV_FileRename(const char *from, const char *to) {
     return rename(from, to) == 0;
 }
 
+void OV_SetStdoutBinary() {}
+
 void OV_FatalCrash() {
     // A deliberate write through a null pointer the compiler cannot see.
     volatile int *volatile p = nullptr;

@@ -3,6 +3,9 @@
 
 #include "base/win32.h"
 
+#include <cstdio>
+#include <fcntl.h>
+#include <io.h>
 #include <new>
 
 struct OV_Mutex {
@@ -102,6 +105,11 @@ bool OV_FileDelete(const char *path) {
 
 bool OV_FileRename(const char *from, const char *to) {
     return MoveFileA(from, to) != FALSE;
+}
+
+void OV_SetStdoutBinary() {
+    std::fflush(stdout);
+    _setmode(_fileno(stdout), _O_BINARY);
 }
 
 void OV_FatalCrash() {

@@ -1,0 +1,120 @@
+#include "cli/get_print.h"
+
+#include "agentconf/json_conv.h"
+#include "agentconf/shaper.h"
+#include "base/mem.h"
+#include "cli/cmd.h"
+#include "tests/support/capture.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+TEST(Formatters, BoundedFormatterCutsAndReportsTheSize) {
+    char buf[8];
+    EXPECT_EQ(CmdSnprintf(buf, 0, "%s", "abc"), 0u);
+    EXPECT_EQ(CmdSnprintf(buf, sizeof buf, "%s", "abc"), 3u);
+    EXPECT_STREQ(buf, "abc");
+    EXPECT_EQ(CmdSnprintf(buf, sizeof buf, "%s", "1234567"), 7u);
+    EXPECT_EQ(CmdSnprintf(buf, sizeof buf, "%s", "12345678"), 8u);
+    EXPECT_STREQ(buf, "1234567");
+}
+
+TEST(Formatters, AppendingFormatterStopsAtTheLastByte) {
+    char buf[10];
+    char *end = buf + sizeof buf;
+    char *pos = CmdAppendf(buf, end, "%s", "abcd");
+    EXPECT_EQ(pos, buf + 4);
+    pos = CmdAppendf(pos, end, "%s", "efghijkl");
+    EXPECT_EQ(pos, end - 1);
+    EXPECT_STREQ(buf, "abcdefghi");
+    EXPECT_EQ(CmdAppendf(end, end, "%s", "x"), end);
+}
+
+TEST(Formatters, PrettyTextIsNullForNullTexts) {
+    OV_JsonPtr obj(json_tokener_parse(R"({"a": 1})"));
+    const char *text = CmdJsonPrettyText(obj.get());
+    ASSERT_NE(text, nullptr);
+    EXPECT_STREQ(text, "{\n  \"a\":1\n}");
+    EXPECT_EQ(CmdJsonPrettyText(nullptr), nullptr); // json-c prints a null object as "null"
+}
+
+class ShaperTablePrinter : public testing::Test {
+  protected:
+    void SetUp() override {
+        ovtest::StdoutCapture quiet;
+        ASSERT_GE(AgentMemModuleRegister(), 0);
+        OV_AgentConfLogRegister();
+    }
+    void TearDown() override {
+        ovtest::StdoutCapture quiet;
+        OV_AgentConfLogUnregister();
+        AgentMemModuleUnregister();
+    }
+
+    static std::vector<uint8_t> Reply(unsigned count, size_t records, size_t extra = 0) {
+        std::vector<uint8_t> bytes(4 + records * sizeof(AgentShaperConf) + extra, 0);
+        bytes[0] = static_cast<uint8_t>(count);
+        for (size_t i = 0; i < records; ++i) {
+            bytes[4 + i * sizeof(AgentShaperConf)] = static_cast<uint8_t>(i + 1); // shaper id
+        }
+        return bytes;
+    }
+};
+
+TEST_F(ShaperTablePrinter, EmptyTablePrintsNothing) {
+    char out[CMD_OUT_BUF_LEN] = {};
+    std::vector<uint8_t> reply = Reply(0, 0);
+    ovtest::StdoutCapture cap;
+    EXPECT_EQ(CmdShaperTblPrint(reply.data(), reply.size(), out), 0);
+    EXPECT_STREQ(out, "");
+    EXPECT_EQ(cap.Take().find("Invalid reply msg"), std::string::npos);
+}
+
+TEST_F(ShaperTablePrinter, LengthMustMatchTheCountExactly) {
+    struct Case {
+        size_t len;
+        bool valid;
+    };
+    const Case cases[] = {{451, false}, {452, true}, {453, false}};
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.len);
+        std::vector<uint8_t> reply = Reply(2, 2);
+        reply.resize(c.len);
+        char out[CMD_OUT_BUF_LEN] = {};
+        ovtest::StdoutCapture cap;
+        EXPECT_EQ(CmdShaperTblPrint(reply.data(), reply.size(), out), 0);
+        std::string printed = cap.Take();
+        if (c.valid) {
+            EXPECT_NE(std::string(out).find("\"shaperId\":2"), std::string::npos) << out;
+        } else {
+            EXPECT_STREQ(out, "");
+            EXPECT_NE(printed.find("Invalid reply msg, ReplyBytes " + std::to_string(c.len) +
+                                   " shaperCount 2 should be 452\n"),
+                      std::string::npos)
+                << printed;
+        }
+    }
+    char out[CMD_OUT_BUF_LEN] = {};
+    EXPECT_EQ(CmdShaperTblPrint(nullptr, 4, out), -22);
+}
+
+TEST_F(ShaperTablePrinter, ManyRecordsAreCutAtTheBufferEndWithoutError) {
+    std::vector<uint8_t> reply = Reply(40, 40);
+    std::vector<char> out(CMD_OUT_BUF_LEN + 16, '#'); // guard bytes after the buffer
+    ovtest::StdoutCapture quiet;
+    EXPECT_EQ(CmdShaperTblPrint(reply.data(), reply.size(), out.data()), 0);
+    EXPECT_EQ(std::strlen(out.data()), CMD_OUT_BUF_LEN - 1u);
+    for (size_t i = CMD_OUT_BUF_LEN; i < out.size(); ++i) {
+        EXPECT_EQ(out[i], '#') << i;
+    }
+    MemModuleStats stats{};
+    ASSERT_EQ(MemModuleGetStats(g_agentMemModule, &stats), 0);
+    EXPECT_EQ(stats.MemCounter, 0); // every JSON text went back to the module
+}
+
+} // namespace
