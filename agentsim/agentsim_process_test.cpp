@@ -1,0 +1,247 @@
+// Process-level tests: agentsim started as its own program and spoken to over
+// the real pipe (socket), as operators and the end-to-end tests use it.
+#include "agentsim/sim_test_util.h"
+#include "base/errors.h"
+#include "imc/test_server.h"
+#include "tests/support/capture.h"
+#include "tests/support/process.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+namespace {
+
+using simtest::Bytes;
+using simtest::Put;
+using simtest::RawClient;
+
+constexpr uint32_t kStartMs = 20000;
+constexpr uint32_t kStopMs = 20000;
+
+Bytes Shaper(uint8_t id, bool persistent) {
+    Bytes rec(224, 0);
+    rec[0] = id;
+    rec[1] = persistent ? 1 : 0;
+    Put<uint32_t>(rec, 4, 1000000);
+    rec[223] = 0x3C;
+    return rec;
+}
+
+/// One agentsim program on a pipe name of its own, killed if still running.
+class Agentsim {
+  public:
+    Agentsim() : dir_("agentsim"), name_(ovtest::UniquePipeName("proc")) {
+        ovtest::UsePrivatePipeDir();
+        const char *pipeDir = std::getenv("OV_PIPE_DIR");
+        pipeDir_ = pipeDir == nullptr ? "" : pipeDir;
+    }
+    ~Agentsim() {
+        proc_.reset();
+        // A killed agentsim leaves its socket file; the pipe directory is
+        // removed at exit only when empty.
+        if (!pipeDir_.empty()) {
+            std::error_code ec;
+            std::filesystem::remove(pipeDir_ + "/" + ShortName(), ec);
+        }
+    }
+
+    /// The command line: the program, its pipe, the ready file, and extra.
+    std::vector<std::string> Args(const std::vector<std::string> &extra = {}) const {
+        std::vector<std::string> args = {OV_AGENTSIM_PATH, "--pipe-name", ShortName(),
+                                         "--ready-file", ReadyFile()};
+        if (!pipeDir_.empty()) {
+            args.insert(args.end(), {"--pipe-dir", pipeDir_});
+        }
+        args.insert(args.end(), extra.begin(), extra.end());
+        return args;
+    }
+
+    /// Starts it and waits until it listens.
+    ::testing::AssertionResult Start(const std::vector<std::string> &extra = {}) {
+        std::error_code ec;
+        std::filesystem::remove(ReadyFile(), ec); // a killed run leaves its file behind
+        proc_ = std::make_unique<ovtest::Process>();
+        int32_t rc = proc_->Start(Args(extra));
+        if (rc != 0) {
+            return ::testing::AssertionFailure() << "start failed " << rc;
+        }
+        if (!ovtest::WaitForFile(ReadyFile(), kStartMs)) {
+            return ::testing::AssertionFailure() << "not ready; stderr: " << proc_->Stderr();
+        }
+        return ::testing::AssertionSuccess();
+    }
+
+    ovtest::Process &Proc() { return *proc_; }
+    const std::wstring &Name() const { return name_; }
+    std::string ShortName() const {
+        std::wstring shortName = name_.substr(name_.rfind(L'\\') + 1);
+        return std::string(shortName.begin(), shortName.end());
+    }
+    std::string ReadyFile() const { return dir_.File("ready"); }
+    std::string File(const std::string &name) const { return dir_.File(name); }
+    const std::string &PipeDir() const { return pipeDir_; }
+
+  private:
+    ovtest::ScopedTempDir dir_;
+    std::wstring name_;
+    std::string pipeDir_;
+    std::unique_ptr<ovtest::Process> proc_;
+};
+
+class AgentsimProcess : public testing::Test {
+  protected:
+    void SetUp() override { ASSERT_EQ(OV_FlexMsgModuleStart(), 0); }
+    void TearDown() override { OV_FlexMsgModuleStop(); }
+};
+
+TEST_F(AgentsimProcess, HelpDescribesTheOptionsAndExitsZero) {
+    ovtest::ProcessResult r = ovtest::RunProcess({OV_AGENTSIM_PATH, "--help"}, kStopMs);
+    ASSERT_EQ(r.startResult, 0);
+    EXPECT_EQ(r.exitStatus, 0);
+    EXPECT_EQ(r.out.rfind("Usage: agentsim", 0), 0u) << r.out;
+    EXPECT_NE(r.out.find("--fault-garbage M:F"), std::string::npos);
+    EXPECT_EQ(r.err, "");
+}
+
+TEST_F(AgentsimProcess, BadOptionsExitWith2AndSayWhy) {
+    const std::vector<std::string> bad[] = {
+        {"--bogus"}, {"--instances", "0"}, {"--fault-status", "10:1=5"}, {"--sa-master-ip"}};
+    for (const auto &args : bad) {
+        std::vector<std::string> argv = {OV_AGENTSIM_PATH};
+        argv.insert(argv.end(), args.begin(), args.end());
+        ovtest::ProcessResult r = ovtest::RunProcess(argv, kStopMs);
+        SCOPED_TRACE(args[0]);
+        EXPECT_EQ(r.exitStatus, 2);
+        EXPECT_EQ(r.err.rfind("agentsim: ", 0), 0u) << r.err;
+        EXPECT_NE(r.err.find("Try 'agentsim --help'."), std::string::npos) << r.err;
+        EXPECT_EQ(r.out, "");
+    }
+}
+
+TEST_F(AgentsimProcess, ServesJournalsOnStdoutAndStopsCleanly) {
+    Agentsim sim;
+    ASSERT_TRUE(sim.Start({"--journal", "-"}));
+    Bytes rate(72, 0);
+    rate[0] = 5;
+    rate[64] = 0x80;
+    {
+        RawClient client(sim.Name());
+        ASSERT_EQ(client.ConnectResult(), 0);
+        EXPECT_EQ(client.Exchange(10, 1, rate), 0);
+        EXPECT_EQ(client.Exchange(10, 2, rate), 0);
+        EXPECT_EQ(client.Exchange(10, 2, rate), -2);
+    }
+    std::string hex = "05" + std::string(126, '0') + "80" + std::string(14, '0');
+    ASSERT_TRUE(sim.Proc().WaitForStdout(R"("status":-2,)", kStartMs)) << sim.Proc().Stdout();
+    std::vector<std::string> lines = ovtest::Lines(sim.Proc().Stdout());
+    ASSERT_EQ(lines.size(), 3u) << sim.Proc().Stdout();
+    EXPECT_NE(lines[0].find(R"("module":10,"function":1,"command":"set_ratelimit","status":0,)"
+                            R"("length":72,"payload":")" +
+                            hex + R"(","record":{"RateLimitId":5,)"),
+              std::string::npos)
+        << lines[0];
+    EXPECT_NE(lines[1].find(R"("command":"del_ratelimit","status":0,)"), std::string::npos);
+    // Log lines never reach the journal's stream; the banner is on stderr.
+    EXPECT_NE(sim.Proc().Stderr().find("serving "), std::string::npos);
+
+    if (!sim.Proc().Interrupt()) {
+        GTEST_SKIP() << "this system cannot send the child a stop request";
+    }
+    ASSERT_TRUE(sim.Proc().Wait(kStopMs)) << sim.Proc().Stderr();
+    EXPECT_EQ(sim.Proc().ExitStatus(), 0) << sim.Proc().Stderr();
+    EXPECT_FALSE(std::filesystem::exists(sim.ReadyFile()));
+    if (!sim.PipeDir().empty()) {
+        EXPECT_FALSE(std::filesystem::exists(sim.PipeDir() + "/" + sim.ShortName()));
+    }
+    RawClient late(sim.Name());
+    EXPECT_EQ(late.ConnectResult(), -2);
+}
+
+TEST_F(AgentsimProcess, ASecondAgentOnTheSameNameExitsWith3) {
+    Agentsim sim;
+    ASSERT_TRUE(sim.Start());
+    ovtest::ProcessResult second =
+        ovtest::RunProcess(sim.Args({"--ready-file", sim.File("ready2")}), kStopMs);
+    EXPECT_EQ(second.exitStatus, 3);
+    EXPECT_NE(second.err.find("already served by another agent"), std::string::npos) << second.err;
+    EXPECT_FALSE(std::filesystem::exists(sim.File("ready2")));
+    // The first one was not disturbed.
+    RawClient client(sim.Name());
+    EXPECT_EQ(client.Exchange(15, 4, {}), 0);
+}
+
+TEST_F(AgentsimProcess, AcknowledgedPersistentRecordsSurviveAKill) {
+    Agentsim sim;
+    const std::string state = sim.File("state.json");
+    ASSERT_TRUE(sim.Start({"--state", state}));
+    {
+        RawClient client(sim.Name());
+        EXPECT_EQ(client.Exchange(15, 1, Shaper(7, true)), 0);
+        EXPECT_EQ(client.Exchange(15, 1, Shaper(8, false)), 0);
+        // Killed without warning right after the acknowledgement.
+        sim.Proc().Kill();
+    }
+    ASSERT_TRUE(sim.Start({"--state", state}));
+    RawClient client(sim.Name());
+    Bytes table;
+    ASSERT_EQ(client.Exchange(15, 4, {}, &table), 0);
+    Bytes expected(4, 0);
+    expected[0] = 1;
+    Bytes kept = Shaper(7, true);
+    expected.insert(expected.end(), kept.begin(), kept.end());
+    EXPECT_EQ(table, expected);
+}
+
+TEST_F(AgentsimProcess, RefusesToStartFromABrokenStateFile) {
+    Agentsim sim;
+    const std::string state = sim.File("state.json");
+    {
+        FILE *f = std::fopen(state.c_str(), "wb");
+        ASSERT_NE(f, nullptr);
+        std::fputs("{\"agentsim_state\": 1, \"records\": [", f);
+        std::fclose(f);
+    }
+    ovtest::ProcessResult r = ovtest::RunProcess(sim.Args({"--state", state}), kStopMs);
+    EXPECT_EQ(r.exitStatus, 1);
+    EXPECT_NE(r.err.find("not a JSON text"), std::string::npos) << r.err;
+    EXPECT_FALSE(std::filesystem::exists(sim.ReadyFile()));
+}
+
+TEST_F(AgentsimProcess, TimesOutAndKillsAChildThatDoesNotEnd) {
+    Agentsim sim;
+    ovtest::ProcessResult r = ovtest::RunProcess(sim.Args(), 300);
+    EXPECT_TRUE(r.timedOut);
+    EXPECT_NE(r.exitStatus, 0);
+
+    ovtest::Process proc;
+    ASSERT_EQ(proc.Start(sim.Args()), 0);
+    ASSERT_TRUE(proc.WaitForStderr("serving ", kStartMs)) << proc.Stderr();
+    EXPECT_FALSE(proc.Wait(100));
+    EXPECT_TRUE(proc.Running());
+    EXPECT_EQ(proc.ExitStatus(), -1);
+    proc.Kill();
+    EXPECT_FALSE(proc.Running());
+    EXPECT_NE(proc.ExitStatus(), 0);
+    EXPECT_NE(proc.ExitStatus(), -1);
+}
+
+TEST_F(AgentsimProcess, EnvironmentOverridesReachTheChild) {
+    Agentsim sim;
+    if (sim.PipeDir().empty()) {
+        GTEST_SKIP() << "pipe names need no directory here";
+    }
+    ovtest::ScopedTempDir other("envdir");
+    const std::string dir = other.File("pipes");
+    std::vector<std::string> args = {OV_AGENTSIM_PATH, "--pipe-name", sim.ShortName(),
+                                     "--ready-file", sim.ReadyFile()};
+    ovtest::Process proc;
+    ASSERT_EQ(proc.Start(args, {{"OV_PIPE_DIR", dir}}), 0);
+    ASSERT_TRUE(ovtest::WaitForFile(sim.ReadyFile(), kStartMs)) << proc.Stderr();
+    EXPECT_NE(proc.Stderr().find("serving " + dir + "/" + sim.ShortName()), std::string::npos)
+        << proc.Stderr();
+    EXPECT_TRUE(std::filesystem::exists(dir + "/" + sim.ShortName()));
+}
+
+} // namespace

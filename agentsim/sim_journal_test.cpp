@@ -1,0 +1,110 @@
+// Tests of the journal lines.
+#include "agentsim/sim_journal.h"
+
+#include "agentconf/json_conv.h"
+#include "tests/support/process.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <vector>
+
+namespace {
+
+SimJournalEntry Entry() {
+    SimJournalEntry e;
+    e.time = OV_LocalTime{2026, 11, 22, 23, 10, 5, 123};
+    e.module = 10;
+    e.function = 1;
+    e.command = "set_ratelimit";
+    return e;
+}
+
+TEST(SimJournal, AnsweredRequestLineHasEveryFieldInOrder) {
+    static const uint8_t payload[] = {0x05, 0x00, 0xab, 0xff};
+    OV_JsonPtr record(json_tokener_parse(R"({"RateLimitId":5,"Name":"a/b"})"));
+    SimJournalEntry e = Entry();
+    e.status = -2;
+    e.length = sizeof payload;
+    e.payload = payload;
+    e.record = record.get();
+    EXPECT_EQ(SimJournalLine(e),
+              R"({"time":"2026-11-22T23:10:05.123","module":10,"function":1,)"
+              R"("command":"set_ratelimit","status":-2,"length":4,"payload":"0500abff",)"
+              R"("record":{"RateLimitId":5,"Name":"a/b"}})"
+              "\n");
+}
+
+TEST(SimJournal, UnknownCommandsAndRecordsAreNull) {
+    SimJournalEntry e = Entry();
+    e.module = 9;
+    e.command = nullptr;
+    e.status = -40;
+    e.fault = "delay";
+    EXPECT_EQ(SimJournalLine(e),
+              R"({"time":"2026-11-22T23:10:05.123","module":9,"function":1,"command":null,)"
+              R"("status":-40,"length":0,"payload":"","record":null,"fault":"delay"})"
+              "\n");
+}
+
+TEST(SimJournal, RefusedRequestHasANullStatusAndTheReason) {
+    SimJournalEntry e = Entry();
+    e.module = 25;
+    e.function = 0xFFFF;
+    e.command = nullptr;
+    e.answered = false;
+    e.error = "header check failed";
+    e.length = 1ull << 63;
+    EXPECT_EQ(SimJournalLine(e),
+              R"({"time":"2026-11-22T23:10:05.123","module":25,"function":65535,"command":null,)"
+              R"("status":null,"error":"header check failed","length":9223372036854775808})"
+              "\n");
+}
+
+TEST(SimJournal, LinesAreUtf8WhateverTheRecordsTextsHold) {
+    // A name field with bytes that are not UTF-8, around well-formed ones.
+    OV_JsonPtr record(json_object_new_object());
+    const char raw[] = "a\xff\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\xc3(\xed\xa0\x80\xc0\xaf\xf4\x90";
+    json_object_object_add(record.get(), "name", json_object_new_string(raw));
+    SimJournalEntry e = Entry();
+    e.record = record.get();
+    std::string line = SimJournalLine(e);
+    // Well-formed sequences pass; every other byte reads as U+0080..U+00FF.
+    const std::string expected =
+        "\"record\":{\"name\":\"a\\u00ff\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80"
+        "\\u00c3(\\u00ed\\u00a0\\u0080\\u00c0\\u00af\\u00f4\\u0090\"}";
+    EXPECT_NE(line.find(expected), std::string::npos) << line;
+}
+
+TEST(SimJournal, WritesWholeLinesToItsStream) {
+    ovtest::ScopedTempDir dir("journal");
+    ASSERT_FALSE(dir.Path().empty());
+    std::string path = dir.File("journal.jsonl");
+    FILE *out = std::fopen(path.c_str(), "wb");
+    ASSERT_NE(out, nullptr);
+    std::vector<uint8_t> big(17528, 0x5A);
+    {
+        SimJournal journal(out);
+        EXPECT_TRUE(journal.Enabled());
+        SimJournalEntry e = Entry();
+        e.payload = big;
+        e.length = big.size();
+        journal.Write(e);
+        journal.Write(Entry());
+        // Flushed per line: the file holds both lines before the stream closes.
+        std::string text = ovtest::ReadWholeFile(path);
+        ASSERT_EQ(text.size(), SimJournalLine(e).size() + SimJournalLine(Entry()).size());
+        std::string hex;
+        for (size_t i = 0; i < big.size(); ++i) {
+            hex += "5a";
+        }
+        EXPECT_NE(text.find("\"payload\":\"" + hex + "\""), std::string::npos);
+        EXPECT_EQ(text.back(), '\n');
+    }
+    std::fclose(out);
+    SimJournal none(nullptr);
+    EXPECT_FALSE(none.Enabled());
+    none.Write(Entry());
+}
+
+} // namespace

@@ -1,0 +1,176 @@
+// Tests of agentsim's command line and of its fault rules.
+#include "agentsim/sim_options.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+int32_t Parse(std::vector<const char *> args, SimOptions *opt, std::string *error) {
+    args.insert(args.begin(), "agentsim");
+    return SimParseOptions(static_cast<int>(args.size()), args.data(), opt, error);
+}
+
+TEST(SimOptions, DefaultsServeTheAgentsPipe) {
+    SimOptions opt;
+    std::string error;
+    ASSERT_EQ(Parse({}, &opt, &error), 0);
+    EXPECT_EQ(opt.pipeName, "imc_config_pipe");
+    EXPECT_EQ(opt.instances, 3u);
+    EXPECT_TRUE(opt.pipeDir.empty());
+    EXPECT_TRUE(opt.journal.empty());
+    EXPECT_TRUE(opt.state.empty());
+    EXPECT_TRUE(opt.faults.Empty());
+    EXPECT_FALSE(opt.help);
+    EXPECT_EQ(SimPipeName(opt.pipeName), L"\\\\.\\pipe\\imc_config_pipe");
+}
+
+TEST(SimOptions, TakesValuesInBothForms) {
+    SimOptions opt;
+    std::string error;
+    ASSERT_EQ(
+        Parse({"--pipe-dir", "/tmp/x", "--pipe-name=p1", "--instances=5", "--journal", "-",
+               "--state=/tmp/s.json", "--ready-file", "r", "--sa-role=1", "--sa-cal-queue-len",
+               "255", "--sa-local-lan-id=4", "--sa-local-port=65535", "--sa-master-port", "1",
+               "--sa-master-ip=10.0.0.1", "--sa-master-cpe-id=4294967295"},
+              &opt, &error),
+        0)
+        << error;
+    EXPECT_EQ(opt.pipeDir, "/tmp/x");
+    EXPECT_EQ(opt.pipeName, "p1");
+    EXPECT_EQ(opt.instances, 5u);
+    EXPECT_EQ(opt.journal, "-");
+    EXPECT_EQ(opt.state, "/tmp/s.json");
+    EXPECT_EQ(opt.readyFile, "r");
+    EXPECT_EQ(opt.sa.role, 1);
+    EXPECT_EQ(opt.sa.calQueueLen, 255);
+    EXPECT_EQ(opt.sa.localLanId, 4);
+    EXPECT_EQ(opt.sa.localPort, 65535);
+    EXPECT_EQ(opt.sa.masterPort, 1);
+    EXPECT_EQ(opt.sa.masterIp, 0x0A000001u);
+    EXPECT_EQ(opt.sa.masterCpeId, 4294967295u);
+}
+
+TEST(SimOptions, RefusesBadOptionsWithAMessage) {
+    const std::vector<std::vector<const char *>> bad = {
+        {"--nope"},
+        {"pipe"},
+        {"-h"},
+        {"--help=1"},
+        {"--journal"},
+        {"--instances", "0"},
+        {"--instances", "65"},
+        {"--instances", "-1"},
+        {"--instances", "3x"},
+        {"--pipe-name", "a/b"},
+        {"--pipe-name", "a\\b"},
+        {"--pipe-name", ""},
+        {"--pipe-name", "a b"},
+        {"--sa-role", "3"},
+        {"--sa-local-port", "65536"},
+        {"--sa-cal-queue-len", "256"},
+        {"--sa-master-ip", "10.0.0"},
+        {"--sa-master-ip", "10.0.0.256"},
+        {"--sa-master-ip", "10.0.0.1.2"},
+        {"--sa-master-ip", "10..0.1"},
+        {"--sa-master-cpe-id", "4294967296"},
+        {"--fault-status", "10:1"},
+        {"--fault-status", "10:1=1"},
+        {"--fault-status", "10:1=-2147483649"},
+        {"--fault-status", "25:1=-5"},
+        {"--fault-status", "10:x=-5"},
+        {"--fault-status", "10:65536=-5"},
+        {"--fault-status", "10=-5"},
+        {"--fault-delay", "10:1=-1"},
+        {"--fault-delay", "10:1=3600001"},
+        {"--fault-close", "10:1=5"},
+        {"--fault-garbage", "10"},
+    };
+    for (const auto &args : bad) {
+        SCOPED_TRACE(std::string(args[0]) + (args.size() > 1 ? std::string(" ") + args[1] : ""));
+        SimOptions opt;
+        std::string error;
+        EXPECT_EQ(Parse(args, &opt, &error), -22);
+        EXPECT_FALSE(error.empty());
+    }
+}
+
+TEST(SimOptions, HelpNamesEveryOption) {
+    const char *options[] = {
+        "--pipe-dir",
+        "--pipe-name",
+        "--instances",
+        "--journal",
+        "--state",
+        "--ready-file",
+        "--sa-role",
+        "--sa-cal-queue-len",
+        "--sa-local-lan-id",
+        "--sa-local-port",
+        "--sa-master-port",
+        "--sa-master-ip",
+        "--sa-master-cpe-id",
+        "--fault-status",
+        "--fault-delay",
+        "--fault-close",
+        "--fault-truncate",
+        "--fault-overlong",
+        "--fault-garbage",
+        "--help",
+        "--version",
+    };
+    std::string usage = SimUsage();
+    for (const char *o : options) {
+        EXPECT_NE(usage.find(o), std::string::npos) << o;
+        SimOptions opt;
+        std::string error;
+        // Every option the text names is one the parser knows.
+        std::string arg = std::string(o) + "=x";
+        std::vector<const char *> args = {arg.c_str()};
+        Parse(args, &opt, &error);
+        EXPECT_EQ(error.find("unknown option"), std::string::npos) << o;
+    }
+    EXPECT_NE(usage.find("-40"), std::string::npos);
+}
+
+TEST(SimFaults, ExactFunctionBeatsWildcardAndTheLastRuleWinsAmongEquals) {
+    SimFaults faults;
+    std::string error;
+    ASSERT_EQ(faults.Add(SimFaultKind::Close, "15:1", &error), 0);
+    ASSERT_EQ(faults.Add(SimFaultKind::Status, "15:*=-5", &error), 0);
+    ASSERT_EQ(faults.Add(SimFaultKind::Status, "15:*=-7", &error), 0);
+    ASSERT_EQ(faults.Add(SimFaultKind::Delay, "15:*=300", &error), 0);
+    ASSERT_EQ(faults.Add(SimFaultKind::Delay, "15:4=20", &error), 0);
+    ASSERT_EQ(faults.Add(SimFaultKind::Garbage, "3:26", &error), 0);
+    ASSERT_EQ(faults.Add(SimFaultKind::Truncate, "3:26", &error), 0);
+
+    SimFaultPlan p = faults.Plan(15, 1);
+    EXPECT_EQ(p.action, SimFaultKind::Close); // named, although the wildcards came later
+    EXPECT_EQ(p.delayMs, 300u);
+    p = faults.Plan(15, 4);
+    EXPECT_EQ(p.action, SimFaultKind::Status);
+    EXPECT_EQ(p.status, -7);
+    EXPECT_EQ(p.delayMs, 20u);
+    p = faults.Plan(3, 26);
+    EXPECT_EQ(p.action, SimFaultKind::Truncate);
+    EXPECT_EQ(p.delayMs, 0u);
+    p = faults.Plan(3, 25);
+    EXPECT_FALSE(p.action.has_value());
+    p = faults.Plan(10, 1);
+    EXPECT_FALSE(p.action.has_value());
+    EXPECT_EQ(p.delayMs, 0u);
+}
+
+TEST(SimFaults, AcceptsTheEdgesOfEachValue) {
+    SimFaults faults;
+    std::string error;
+    EXPECT_EQ(faults.Add(SimFaultKind::Status, "0:65535=-2147483648", &error), 0) << error;
+    EXPECT_EQ(faults.Add(SimFaultKind::Status, "24:0=0", &error), 0) << error;
+    EXPECT_EQ(faults.Add(SimFaultKind::Delay, "4:*=3600000", &error), 0) << error;
+    EXPECT_EQ(faults.Plan(0, 65535).status, INT32_MIN);
+    EXPECT_EQ(faults.Plan(4, 0x0102).delayMs, 3600000u);
+}
+
+} // namespace

@@ -1,0 +1,216 @@
+// Tests of the serving core over the real pipe (socket) in this process:
+// conversations, refused headers, every fault on the wire, several clients.
+#include "agentsim/sim_server.h"
+
+#include "agentsim/sim_test_util.h"
+#include "base/errors.h"
+#include "base/platform.h"
+#include "imc/test_server.h"
+#include "tests/support/capture.h"
+#include "tests/support/process.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+namespace {
+
+using simtest::Bytes;
+using simtest::Get;
+using simtest::Put;
+using simtest::RawClient;
+using simtest::Request;
+
+Bytes Shaper(uint8_t id) {
+    Bytes rec(224, 0);
+    rec[0] = id;
+    Put<uint32_t>(rec, 4, 5000);
+    rec[223] = 0x77;
+    return rec;
+}
+
+/// An agent served on its own pipe name by a thread, stopped on destruction.
+class Served {
+  public:
+    explicit Served(SimFaults faults = {}, const char *tag = "sim")
+        : journalDir_("simsrv"), name_(ovtest::UniquePipeName(tag)) {
+        ovtest::UsePrivatePipeDir();
+        journalPath_ = journalDir_.File("journal.jsonl");
+        journal_ = std::fopen(journalPath_.c_str(), "wb");
+        agent_ = std::make_unique<SimAgent>(SimSaCluster{}, std::move(faults), "", journal_);
+        EXPECT_EQ(OV_PipeServerCreate(name_.c_str(), 3, &server_), 0);
+        thread_ = std::thread([this] { SimServe(*agent_, server_, stop_); });
+    }
+    ~Served() {
+        stop_.store(true);
+        OV_PipeServerShutdown(server_);
+        thread_.join();
+        OV_PipeServerDestroy(server_);
+        if (journal_ != nullptr) {
+            std::fclose(journal_);
+        }
+    }
+    const std::wstring &Name() const { return name_; }
+    std::string Journal() const { return ovtest::ReadWholeFile(journalPath_); }
+
+  private:
+    ovtest::ScopedTempDir journalDir_;
+    std::string journalPath_;
+    FILE *journal_ = nullptr;
+    std::wstring name_;
+    std::unique_ptr<SimAgent> agent_;
+    OV_PipeServer *server_ = nullptr;
+    std::atomic<bool> stop_{false};
+    std::thread thread_;
+};
+
+class SimServer : public testing::Test {
+  protected:
+    void SetUp() override { ASSERT_EQ(OV_FlexMsgModuleStart(), 0); }
+    void TearDown() override { OV_FlexMsgModuleStop(); }
+};
+
+SimFaults Faults(SimFaultKind kind, const std::string &text) {
+    SimFaults faults;
+    std::string error;
+    EXPECT_EQ(faults.Add(kind, text, &error), 0) << error;
+    return faults;
+}
+
+TEST_F(SimServer, ServesRequestsOnOneConnectionAndJournalsThem) {
+    Served served;
+    RawClient client(served.Name());
+    ASSERT_EQ(client.ConnectResult(), 0);
+    EXPECT_EQ(client.Exchange(15, 1, Shaper(4)), 0);
+    Bytes table;
+    EXPECT_EQ(client.Exchange(15, 4, {}, &table), 0);
+    Bytes expected(4, 0);
+    expected[0] = 1;
+    Bytes rec = Shaper(4);
+    expected.insert(expected.end(), rec.begin(), rec.end());
+    EXPECT_EQ(table, expected);
+    EXPECT_EQ(client.Exchange(9, 3, Bytes(5, 1)), -40);
+    EXPECT_EQ(client.Exchange(15, 2, Bytes(223, 0)), -22);
+
+    std::vector<std::string> lines = ovtest::Lines(served.Journal());
+    ASSERT_EQ(lines.size(), 4u);
+    EXPECT_NE(lines[0].find(R"("module":15,"function":1,"command":"set_shaper_conf","status":0,)"
+                            R"("length":224,"payload":"04000000881300)"),
+              std::string::npos)
+        << lines[0];
+    EXPECT_NE(lines[0].find(R"(77","record":{"shaperId":4,)"), std::string::npos) << lines[0];
+    EXPECT_NE(lines[1].find(R"("command":"get_shaper_tbl","status":0,"length":0,"payload":"",)"
+                            R"("record":null})"),
+              std::string::npos)
+        << lines[1];
+    EXPECT_NE(lines[2].find(R"("module":9,"function":3,"command":null,"status":-40,"length":5,)"
+                            R"("payload":"0101010101","record":null})"),
+              std::string::npos)
+        << lines[2];
+    EXPECT_NE(lines[3].find(R"("status":-22,"length":223,)"), std::string::npos) << lines[3];
+}
+
+TEST_F(SimServer, RefusedHeaderIsJournaledAndTheConnectionClosedWithoutAReply) {
+    Served served;
+    RawClient client(served.Name());
+    ASSERT_EQ(client.Send(Request(25, 0x0102, Bytes(8, 0))), 0);
+    EXPECT_TRUE(client.ReadUntilClosed().empty());
+    std::string journal = served.Journal();
+    EXPECT_NE(journal.find(R"("module":25,"function":258,"command":null,"status":null,)"
+                           R"("error":"header check failed","length":8})"),
+              std::string::npos)
+        << journal;
+    // The server goes on serving others.
+    RawClient next(served.Name());
+    EXPECT_EQ(next.Exchange(15, 4, {}), 0);
+}
+
+TEST_F(SimServer, StatusFaultAnswersWithoutApplying) {
+    Served served(Faults(SimFaultKind::Status, "15:1=-5"));
+    RawClient client(served.Name());
+    EXPECT_EQ(client.Exchange(15, 1, Shaper(4)), -5);
+    Bytes table;
+    EXPECT_EQ(client.Exchange(15, 4, {}, &table), 0);
+    EXPECT_EQ(table, Bytes(4, 0));
+    EXPECT_NE(served.Journal().find(R"("status":-5,)"), std::string::npos);
+    EXPECT_NE(served.Journal().find(R"("fault":"status"})"), std::string::npos);
+}
+
+TEST_F(SimServer, CloseFaultAppliesTheRequestAndSendsNothing) {
+    Served served(Faults(SimFaultKind::Close, "15:1"));
+    {
+        RawClient client(served.Name());
+        ASSERT_EQ(client.Send(Request(15, 1, Shaper(4))), 0);
+        EXPECT_TRUE(client.ReadUntilClosed().empty());
+    }
+    RawClient again(served.Name());
+    Bytes table;
+    EXPECT_EQ(again.Exchange(15, 4, {}, &table), 0);
+    EXPECT_EQ(table.size(), 4u + 224u);
+}
+
+TEST_F(SimServer, TruncateFaultSendsTheHeaderAndHalfTheData) {
+    Served served(Faults(SimFaultKind::Truncate, "15:*"));
+    {
+        RawClient client(served.Name());
+        ASSERT_EQ(client.Send(Request(15, 1, Shaper(4))), 0);
+        // No data: half of the header.
+        EXPECT_EQ(client.ReadUntilClosed(), Bytes(8, 0));
+    }
+    RawClient client(served.Name());
+    ASSERT_EQ(client.Send(Request(15, 4, {})), 0);
+    Bytes got = client.ReadUntilClosed();
+    ASSERT_EQ(got.size(), 16u + 114u);
+    EXPECT_EQ(Get<int32_t>(got, 0), 0);
+    EXPECT_EQ(Get<uint64_t>(got, 8), 228u); // the header still announces it all
+    EXPECT_EQ(got[16], 1);
+    EXPECT_EQ(got[20], 4); // the record's first byte follows the table header
+}
+
+TEST_F(SimServer, OverlongFaultAnnounces2To63Bytes) {
+    Served served(Faults(SimFaultKind::Overlong, "15:7"));
+    RawClient client(served.Name());
+    ASSERT_EQ(client.Send(Request(15, 7, {})), 0);
+    Bytes got = client.ReadUntilClosed();
+    ASSERT_EQ(got.size(), 16u + 540u);
+    EXPECT_EQ(Get<uint64_t>(got, 8), 1ull << 63);
+}
+
+TEST_F(SimServer, GarbageFaultSends64BytesThenCloses) {
+    Served served(Faults(SimFaultKind::Garbage, "10:*"));
+    RawClient client(served.Name());
+    ASSERT_EQ(client.Send(Request(10, 1, Bytes(72, 0))), 0);
+    EXPECT_EQ(client.ReadUntilClosed().size(), 64u);
+}
+
+TEST_F(SimServer, DelayFaultHoldsTheReplyBack) {
+    Served served(Faults(SimFaultKind::Delay, "15:4=300"));
+    RawClient client(served.Name());
+    uint64_t start = OV_GetTickCount64();
+    EXPECT_EQ(client.Exchange(15, 4, {}), 0);
+    EXPECT_GE(OV_GetTickCount64() - start, 290u);
+    start = OV_GetTickCount64();
+    EXPECT_EQ(client.Exchange(15, 7, {}), 0);
+    EXPECT_LT(OV_GetTickCount64() - start, 250u);
+    EXPECT_NE(served.Journal().find(R"("fault":"delay"})"), std::string::npos);
+}
+
+TEST_F(SimServer, ServesThreeClientsAtOnce) {
+    Served served;
+    std::vector<std::unique_ptr<RawClient>> clients;
+    for (int i = 0; i < 3; ++i) {
+        clients.push_back(std::make_unique<RawClient>(served.Name()));
+        ASSERT_EQ(clients.back()->ConnectResult(), 0);
+    }
+    // Each connection stays open and is answered while the others are too.
+    for (int round = 0; round < 2; ++round) {
+        for (int i = 2; i >= 0; --i) {
+            EXPECT_EQ(clients[i]->Exchange(15, 1, Shaper(static_cast<uint8_t>(i))), 0);
+        }
+    }
+    Bytes table;
+    EXPECT_EQ(clients[0]->Exchange(15, 4, {}, &table), 0);
+    EXPECT_EQ(table[0], 3);
+}
+
+} // namespace

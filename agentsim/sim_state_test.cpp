@@ -1,0 +1,182 @@
+// Tests of the state file: what it keeps, how it is read back, what it
+// refuses, and that the agent writes it before answering.
+#include "agentsim/sim_state.h"
+
+#include "agentsim/sim_os.h"
+#include "agentsim/sim_server.h"
+#include "agentsim/sim_test_util.h"
+#include "tests/support/capture.h"
+#include "tests/support/process.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+namespace {
+
+using simtest::Bytes;
+using simtest::Put;
+
+Bytes Record(size_t size, size_t flagOffset, uint8_t flag, uint8_t id, size_t keyOffset = 0) {
+    Bytes rec(size, 0);
+    rec[flagOffset] = flag;
+    rec[keyOffset] = id;
+    rec[size - 1] = 0xEE; // the last byte travels too
+    return rec;
+}
+
+// A store with a persistent and a passing record of each kind that has the
+// flag, and a rule (never kept).
+SimContext Filled() {
+    SimContext ctx;
+    struct Kind {
+        uint8_t module;
+        uint16_t function;
+        size_t size;
+        size_t flagOffset;
+        uint8_t flag;
+        size_t keyOffset; ///< a byte of the kind's key
+    };
+    const Kind kinds[] = {{3, 5, 36, 2, 0x01, 1},    {3, 9, 36, 2, 0x01, 1},
+                          {3, 13, 44, 8, 0x10, 0},   {3, 18, 616, 110, 0x08, 4},
+                          {6, 0, 4480, 68, 0x01, 4}, {10, 1, 72, 64, 0x80, 0},
+                          {15, 1, 224, 1, 0x01, 0}};
+    uint8_t id = 1;
+    for (const Kind &k : kinds) {
+        Bytes kept = Record(k.size, k.flagOffset, k.flag, id++, k.keyOffset);
+        EXPECT_EQ(SimDispatch(ctx, k.module, k.function, kept).status, 0);
+        Bytes passing = Record(k.size, k.flagOffset, 0, id++, k.keyOffset);
+        EXPECT_EQ(SimDispatch(ctx, k.module, k.function, passing).status, 0);
+    }
+    EXPECT_EQ(SimDispatch(ctx, 4, 0x0100, Bytes(17528, 0xFF)).status, 0);
+    return ctx;
+}
+
+TEST(SimState, KeepsExactlyThePersistentRecords) {
+    SimContext ctx = Filled();
+    std::string text = SimStateText(ctx.store);
+    SimContext restored;
+    std::string error;
+    ASSERT_EQ(SimStateRestore(restored, text, &error), 0) << error;
+    std::vector<const SimRecord *> want = SimPersistentRecords(ctx.store);
+    std::vector<const SimRecord *> got = SimPersistentRecords(restored.store);
+    ASSERT_EQ(want.size(), 7u);
+    ASSERT_EQ(got.size(), want.size());
+    for (size_t i = 0; i < want.size(); ++i) {
+        EXPECT_EQ(got[i]->bytes, want[i]->bytes);
+        EXPECT_EQ(got[i]->module, want[i]->module);
+        EXPECT_EQ(got[i]->function, want[i]->function);
+    }
+    EXPECT_TRUE(restored.store.Table(SimKind::Rule).empty());
+    // Written again, the restored store gives the same text.
+    EXPECT_EQ(SimStateText(restored.store), text);
+}
+
+TEST(SimState, RefusesTextsItDidNotWrite) {
+    SimContext source;
+    ASSERT_EQ(SimDispatch(source, 15, 1, Record(224, 1, 1, 3)).status, 0);
+    const std::string good = SimStateText(source.store);
+    const std::string hex = good.substr(good.find("\"payload\": \"") + 12, 448);
+    auto withPayload = [&](const std::string &payload, int module = 15, int function = 1) {
+        return "{\"agentsim_state\": 1, \"records\": [{\"module\": " + std::to_string(module) +
+               ", \"function\": " + std::to_string(function) + ", \"payload\": \"" + payload +
+               "\"}]}";
+    };
+    const std::string bad[] = {
+        "",
+        "not json",
+        good.substr(0, good.size() / 2),
+        good + "x",
+        "{\"agentsim_state\": 2, \"records\": []}",
+        "{\"records\": []}",
+        "{\"agentsim_state\": 1, \"records\": {}}",
+        "{\"agentsim_state\": 1, \"records\": [1]}",
+        withPayload(hex.substr(0, 446)),                      // a byte short
+        withPayload(hex + "0"),                               // half a byte
+        withPayload(hex.substr(0, 446) + "zz"),               // not hex
+        withPayload(hex, 15, 2),                              // a delete
+        withPayload(hex, 15, 70000),                          // no such function
+        withPayload(hex, 300, 1),                             // no such module
+        withPayload(hex.substr(0, 2) + "00" + hex.substr(4)), // flag cleared
+    };
+    for (const std::string &text : bad) {
+        SCOPED_TRACE(text.substr(0, 120));
+        SimContext ctx;
+        ASSERT_EQ(SimDispatch(ctx, 15, 1, Record(224, 1, 1, 7)).status, 0);
+        std::string error;
+        EXPECT_EQ(SimStateRestore(ctx, text, &error), -22);
+        EXPECT_FALSE(error.empty());
+        EXPECT_EQ(ctx.store.Table(SimKind::Shaper).size(), 1u); // left as it was
+    }
+    SimContext ctx;
+    std::string error;
+    EXPECT_EQ(SimStateRestore(ctx, withPayload(hex), &error), 0) << error;
+}
+
+TEST(SimState, SaveReplacesTheFileAndLoadReadsItBack) {
+    ovtest::ScopedTempDir dir("state");
+    ASSERT_FALSE(dir.Path().empty());
+    const std::string path = dir.File("state.json");
+    SimContext empty;
+    std::string error;
+    EXPECT_EQ(SimStateLoad(empty, path, &error), 0) << "a missing file is an empty state";
+
+    SimContext ctx = Filled();
+    ASSERT_EQ(SimStateSave(ctx.store, path), 0);
+    EXPECT_EQ(ovtest::ReadWholeFile(path), SimStateText(ctx.store));
+    EXPECT_FALSE(std::filesystem::exists(path + ".tmp"));
+    // What a kill during the next write leaves behind does not count.
+    SimWriteFileAtomic(path + ".tmp", "half a fi");
+    SimContext loaded;
+    ASSERT_EQ(SimStateLoad(loaded, path, &error), 0) << error;
+    EXPECT_EQ(SimStateText(loaded.store), SimStateText(ctx.store));
+
+    ASSERT_EQ(SimDispatch(ctx, 15, 2, Record(224, 1, 0, 13)).status, 0);
+    ASSERT_EQ(SimStateSave(ctx.store, path), 0);
+    EXPECT_EQ(ovtest::ReadWholeFile(path), SimStateText(ctx.store));
+    EXPECT_FALSE(std::filesystem::exists(path + ".tmp"));
+}
+
+TEST(SimState, AgentWritesTheFileBeforeItAnswers) {
+    ovtest::ScopedTempDir dir("state");
+    const std::string path = dir.File("state.json");
+    SimAgent agent(SimSaCluster{}, SimFaults{}, path, nullptr);
+    std::string error;
+    ASSERT_EQ(agent.LoadState(&error), 0) << error;
+
+    // Passing records leave the file alone: it is not even created.
+    EXPECT_EQ(agent.Answer(15, 1, Record(224, 1, 0, 1)).status, 0);
+    EXPECT_FALSE(std::filesystem::exists(path));
+
+    Bytes kept = Record(224, 1, 1, 2);
+    EXPECT_EQ(agent.Answer(15, 1, kept).status, 0);
+    SimContext onDisk;
+    ASSERT_EQ(SimStateLoad(onDisk, path, &error), 0) << error;
+    ASSERT_EQ(SimPersistentRecords(onDisk.store).size(), 1u);
+    EXPECT_EQ(SimPersistentRecords(onDisk.store)[0]->bytes, kept);
+
+    EXPECT_EQ(agent.Answer(15, 2, Record(224, 1, 0, 2)).status, 0);
+    SimContext afterDelete;
+    ASSERT_EQ(SimStateLoad(afterDelete, path, &error), 0) << error;
+    EXPECT_TRUE(SimPersistentRecords(afterDelete.store).empty());
+
+    // A restarted agent starts from the file.
+    EXPECT_EQ(agent.Answer(10, 1, Record(72, 64, 0x80, 5)).status, 0);
+    SimAgent restarted(SimSaCluster{}, SimFaults{}, path, nullptr);
+    ASSERT_EQ(restarted.LoadState(&error), 0) << error;
+    Bytes del(72, 0);
+    del[0] = 5;
+    EXPECT_EQ(restarted.Answer(10, 2, del).status, 0);
+    EXPECT_EQ(restarted.Answer(10, 2, del).status, -2);
+}
+
+TEST(SimState, AFailedWriteIsAnswered) {
+    ovtest::ScopedTempDir dir("state");
+    // The state file's directory does not exist: the write fails.
+    SimAgent agent(SimSaCluster{}, SimFaults{}, dir.File("missing") + "/state.json", nullptr);
+    ovtest::StdoutCapture log;
+    EXPECT_LT(agent.Answer(15, 1, Record(224, 1, 1, 2)).status, 0);
+    EXPECT_NE(log.Take().find("Failed to write the state file"), std::string::npos);
+}
+
+} // namespace

@@ -1,0 +1,119 @@
+// Helpers of agentsim's tests (header-only, used by *_test.cpp only): records
+// built from offsets in zeroed buffers, and a raw client that speaks the
+// IMC channel byte by byte so a test sees exactly what the simulator sends.
+#pragma once
+
+#include "imc/flexmsg.h"
+#include "imc/pipe.h"
+
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace simtest {
+
+using Bytes = std::vector<uint8_t>;
+
+template <typename T>
+void Put(Bytes &rec, size_t offset, T value) {
+    std::memcpy(rec.data() + offset, &value, sizeof value);
+}
+
+template <typename T>
+T Get(const Bytes &rec, size_t offset) {
+    T value;
+    std::memcpy(&value, rec.data() + offset, sizeof value);
+    return value;
+}
+
+/// The bytes of a request: header (module, function, payload length; the
+/// rest zero) and payload.
+inline Bytes Request(uint8_t module, uint16_t function, const Bytes &payload) {
+    Bytes out(IMC_HEADER_LEN + payload.size(), 0);
+    out[0] = module;
+    Put<uint16_t>(out, 2, function);
+    Put<uint64_t>(out, 8, payload.size());
+    if (!payload.empty()) {
+        std::memcpy(out.data() + IMC_HEADER_LEN, payload.data(), payload.size());
+    }
+    return out;
+}
+
+/// A client end of the channel on which a test writes raw bytes and reads
+/// the reply, or everything up to the close.
+class RawClient {
+  public:
+    explicit RawClient(const std::wstring &pipeName) {
+        connectResult_ = OV_ImcConnect(pipeName.c_str(), 0, &handle_);
+        msg_.reset(OV_FlexMsgAlloc());
+    }
+    ~RawClient() { OV_ImcClose(handle_); }
+    RawClient(const RawClient &) = delete;
+    RawClient &operator=(const RawClient &) = delete;
+
+    int32_t ConnectResult() const { return connectResult_; }
+
+    int32_t Send(const Bytes &bytes) {
+        if (connectResult_ != 0 || msg_ == nullptr) {
+            return connectResult_ != 0 ? connectResult_ : -12;
+        }
+        OV_FlexMsgReset(msg_.get());
+        int32_t rc = OV_FlexMsgAppend(msg_.get(), bytes.data(), bytes.size());
+        return rc != 0 ? rc : OV_ImcSendAll(handle_, msg_.get());
+    }
+
+    /// Reads a reply: the header, then its payload. Returns 0 or the read's
+    /// failure; *status and *data receive what arrived.
+    int32_t Reply(int32_t *status, Bytes *data) {
+        OV_FlexMsgReset(msg_.get());
+        int32_t rc = OV_ImcRecvAll(handle_, msg_.get(), IMC_HEADER_LEN, 1);
+        if (rc != 0) {
+            return rc;
+        }
+        *status = OV_ImcMsgStatus(msg_.get());
+        uint64_t n = OV_ImcMsgPayloadLen(msg_.get());
+        if (n > 0 && (rc = OV_ImcRecvAll(handle_, msg_.get(), n, 1)) != 0) {
+            return rc;
+        }
+        data->assign(OV_ImcMsgPayload(msg_.get()), OV_ImcMsgPayload(msg_.get()) + n);
+        return 0;
+    }
+
+    /// One request, one reply. Returns the status, or the failure of the exchange.
+    int32_t Exchange(uint8_t module, uint16_t function, const Bytes &payload,
+                     Bytes *data = nullptr) {
+        int32_t rc = Send(Request(module, function, payload));
+        if (rc != 0) {
+            return rc;
+        }
+        int32_t status = 0;
+        Bytes ignored;
+        rc = Reply(&status, data != nullptr ? data : &ignored);
+        return rc != 0 ? rc : status;
+    }
+
+    /// Every byte that arrives until the other end closes (or a read fails).
+    Bytes ReadUntilClosed() {
+        Bytes out;
+        for (;;) {
+            OV_FlexMsgReset(msg_.get());
+            if (OV_ImcRecvAll(handle_, msg_.get(), 1, 1) != 0) {
+                return out;
+            }
+            out.push_back(msg_->data[0]);
+        }
+    }
+
+  private:
+    struct MsgFree {
+        void operator()(FlexMsg *m) const { OV_FlexMsgFree(m); }
+    };
+    OV_PipeHandle handle_ = OV_INVALID_PIPE_HANDLE;
+    int32_t connectResult_ = 0;
+    std::unique_ptr<FlexMsg, MsgFree> msg_;
+};
+
+} // namespace simtest

@@ -1,0 +1,83 @@
+// Test support: the parts of the process layer both platforms share.
+#include "tests/support/process.h"
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <thread>
+
+namespace ovtest {
+
+ProcessResult RunProcess(const std::vector<std::string> &argv, uint32_t timeoutMs,
+                         const EnvOverrides &env) {
+    ProcessResult result;
+    Process child;
+    result.startResult = child.Start(argv, env);
+    if (result.startResult != 0) {
+        return result;
+    }
+    if (!child.Wait(timeoutMs)) {
+        result.timedOut = true;
+        child.Kill();
+    }
+    result.exitStatus = child.ExitStatus();
+    result.out = child.Stdout();
+    result.err = child.Stderr();
+    return result;
+}
+
+bool WaitForFile(const std::string &path, uint32_t timeoutMs) {
+    auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    for (;;) {
+        std::error_code ec;
+        if (std::filesystem::exists(std::filesystem::path(path), ec)) {
+            return true;
+        }
+        if (std::chrono::steady_clock::now() >= until) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+ScopedTempDir::ScopedTempDir(const std::string &tag) {
+    static std::atomic<unsigned> counter{0};
+    std::error_code ec;
+    std::filesystem::path base = std::filesystem::temp_directory_path(ec);
+    if (ec) {
+        return;
+    }
+    // Test processes run in parallel: a random part keeps their names apart.
+    std::random_device random;
+    for (int attempt = 0; attempt < 16; ++attempt) {
+        std::filesystem::path dir = base / ("ovtest-" + tag + "-" + std::to_string(random()) + "-" +
+                                            std::to_string(counter++));
+        if (std::filesystem::create_directory(dir, ec) && !ec) {
+            path_ = dir.string();
+            return;
+        }
+    }
+}
+
+ScopedTempDir::~ScopedTempDir() {
+    if (!path_.empty()) {
+        std::error_code ec;
+        std::filesystem::remove_all(path_, ec);
+    }
+}
+
+std::string ScopedTempDir::File(const std::string &name) const {
+    return (std::filesystem::path(path_) / name).string();
+}
+
+std::string ReadWholeFile(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+} // namespace ovtest
