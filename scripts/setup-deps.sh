@@ -5,6 +5,10 @@
 # build-local prefix. A second run finds everything in place and returns at once.
 set -euo pipefail
 
+# --linux-only: the packages for the Linux build alone (no Windows prefix).
+linux_only=0
+[ "${1:-}" = "--linux-only" ] && linux_only=1
+
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 prefix="$root/build/_deps/win64"
 srcdir="$root/build/_deps/src"
@@ -13,10 +17,15 @@ toolchain="$root/cmake/mingw-w64-x86_64.cmake"
 packages=(
   build-essential cmake ninja-build pkg-config git
   libjson-c-dev googletest libgtest-dev libgmock-dev libbenchmark-dev
-  g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix
-  wine64 wine
-  dpkg-dev clang-format clang-tidy
+  scdoc dpkg-dev file
 )
+if [ "$linux_only" -eq 0 ]; then
+  packages+=(
+    g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix
+    wine64 wine
+    clang-format clang-tidy
+  )
+fi
 
 as_root() {
   if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
@@ -32,7 +41,7 @@ if [ ${#missing[@]} -gt 0 ]; then
   DEBIAN_FRONTEND=noninteractive as_root apt-get install -y -q --no-install-recommends "${missing[@]}"
 fi
 
-if [ -f "$prefix/.complete" ]; then
+if [ "$linux_only" -eq 1 ] || [ -f "$prefix/.complete" ]; then
   exit 0
 fi
 

@@ -50,7 +50,21 @@ run_preset() {
   total_failed=$((total_failed + failed))
 }
 
+# Builds a preset's packages with cpack (DEB on Linux, ZIP on Windows).
+run_cpack() {
+  local preset=$1
+  echo "== $preset: packages"
+  if ! (cd "$root/build/$preset" && cpack) >"$logdir/$preset-cpack.log" 2>&1; then
+    tail -n 30 "$logdir/$preset-cpack.log"
+    echo "== $preset: packaging FAILED"
+    total_failed=$((total_failed + 1))
+    return
+  fi
+  grep -E '^CPack: - package: ' "$logdir/$preset-cpack.log" || true
+}
+
 run_preset linux
+run_cpack linux
 run_preset linux-asan
 
 # shellcheck source=scripts/wine-env.sh
@@ -58,6 +72,7 @@ source "$root/scripts/wine-env.sh"
 ov_wine_start
 trap ov_wine_stop EXIT
 run_preset windows
+run_cpack windows
 
 echo "${total_passed} passed, ${total_failed} failed"
 [ "$total_failed" -eq 0 ]
