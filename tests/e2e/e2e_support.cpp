@@ -1,0 +1,218 @@
+// End-to-end support: private agents, pdtool runs, journal reading.
+#include "tests/e2e/e2e_support.h"
+
+#include <json-c/json.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+namespace e2e {
+
+namespace {
+
+constexpr uint32_t kRunTimeoutMs = 30000;
+
+bool IsStampAt(const std::string &s, size_t i) {
+    // [2026/01/02_03:04:05.006]
+    static const char kShape[] = "[dddd/dd/dd_dd:dd:dd.ddd]";
+    if (i + sizeof kShape - 1 > s.size()) {
+        return false;
+    }
+    for (size_t k = 0; k < sizeof kShape - 1; ++k) {
+        char c = s[i + k];
+        char want = kShape[k];
+        if (want == 'd' ? (c < '0' || c > '9') : c != want) {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::string ReadAll(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+} // namespace
+
+int ExitOf(int32_t code) {
+#ifdef _WIN32
+    return code;
+#else
+    return code & 0xFF;
+#endif
+}
+
+Record &Record::U8(size_t off, uint8_t v) {
+    bytes_.at(off) = v;
+    return *this;
+}
+
+Record &Record::U16(size_t off, uint16_t v) {
+    for (size_t i = 0; i < 2; ++i) {
+        bytes_.at(off + i) = static_cast<uint8_t>(v >> (8 * i));
+    }
+    return *this;
+}
+
+Record &Record::U32(size_t off, uint32_t v) {
+    for (size_t i = 0; i < 4; ++i) {
+        bytes_.at(off + i) = static_cast<uint8_t>(v >> (8 * i));
+    }
+    return *this;
+}
+
+Record &Record::U64(size_t off, uint64_t v) {
+    for (size_t i = 0; i < 8; ++i) {
+        bytes_.at(off + i) = static_cast<uint8_t>(v >> (8 * i));
+    }
+    return *this;
+}
+
+Record &Record::Bytes(size_t off, const std::vector<uint8_t> &v) {
+    for (size_t i = 0; i < v.size(); ++i) {
+        bytes_.at(off + i) = v[i];
+    }
+    return *this;
+}
+
+Record &Record::Text(size_t off, const std::string &v) {
+    for (size_t i = 0; i < v.size(); ++i) {
+        bytes_.at(off + i) = static_cast<uint8_t>(v[i]);
+    }
+    return *this;
+}
+
+std::string Record::Hex() const {
+    static const char kDigits[] = "0123456789abcdef";
+    std::string out;
+    out.reserve(bytes_.size() * 2);
+    for (uint8_t b : bytes_) {
+        out += kDigits[b >> 4];
+        out += kDigits[b & 0xF];
+    }
+    return out;
+}
+
+std::string WithoutLogLines(const std::string &out) {
+    std::string kept;
+    size_t i = 0;
+    while (i < out.size()) {
+        if (IsStampAt(out, i)) {
+            size_t nl = out.find('\n', i);
+            i = nl == std::string::npos ? out.size() : nl + 1;
+            continue;
+        }
+        kept += out[i++];
+    }
+    return kept;
+}
+
+std::string AgentTest::Name() {
+    // Short enough for a socket path (108 bytes) and unique per test, so tests
+    // run side by side in separate processes.
+    const testing::TestInfo *info = testing::UnitTest::GetInstance()->current_test_info();
+    std::string full = std::string(info->test_suite_name()) + "." + info->name();
+    uint32_t hash = 2166136261u;
+    for (char c : full) {
+        hash = (hash ^ static_cast<uint8_t>(c)) * 16777619u;
+    }
+    char buf[16];
+    std::snprintf(buf, sizeof buf, "e2e%08x", hash);
+    return buf;
+}
+
+void AgentTest::StartAgent(const std::vector<std::string> &options) {
+    pipeName_ = Name();
+    dir_ = testing::TempDir() + pipeName_;
+    journal_ = dir_ + ".journal";
+    std::string ready = dir_ + ".ready";
+    std::remove(journal_.c_str());
+    std::remove(ready.c_str());
+    std::vector<std::string> argv = {ovtest::NativePath(OV_AGENTSIM_PATH),
+                                     "--pipe-dir",   dir_,
+                                     "--pipe-name",  pipeName_,
+                                     "--journal",    journal_,
+                                     "--ready-file", ready};
+    argv.insert(argv.end(), options.begin(), options.end());
+    ASSERT_EQ(agent_.Start(argv), 0);
+    ASSERT_TRUE(ovtest::WaitForFile(ready, 20000)) << agent_.Stderr();
+    started_ = true;
+}
+
+void AgentTest::StopAgent() {
+    // Every request is journaled before its reply goes out, so nothing is
+    // lost by ending the agent at once (its clean shutdown has its own tests).
+    if (started_) {
+        agent_.Kill();
+        started_ = false;
+    }
+}
+
+void AgentTest::TearDown() { StopAgent(); }
+
+PdtoolRun AgentTest::PdtoolArgs(const std::vector<std::string> &args) {
+    std::vector<std::string> argv = {ovtest::NativePath(OV_PDTOOL_PATH)};
+    argv.insert(argv.end(), args.begin(), args.end());
+    ovtest::EnvOverrides env = {{"OV_PIPE_DIR", dir_.empty() ? testing::TempDir() + "no_agent" : dir_},
+                                {"OV_PIPE_NAME", pipeName_.empty() ? "no_agent_here" : pipeName_}};
+    ovtest::ProcessResult r = ovtest::RunProcess(argv, kRunTimeoutMs, env);
+    EXPECT_EQ(r.startResult, 0);
+    EXPECT_FALSE(r.timedOut);
+    return PdtoolRun{r.exitStatus, r.out, WithoutLogLines(r.out)};
+}
+
+PdtoolRun AgentTest::Pdtool(const char *arg) {
+    if (arg == nullptr) {
+        return PdtoolArgs({});
+    }
+    return PdtoolArgs({arg});
+}
+
+std::vector<Request> AgentTest::Journal() {
+    std::vector<Request> out;
+    std::istringstream lines(ReadAll(journal_));
+    std::string line;
+    while (std::getline(lines, line)) {
+        if (line.empty()) {
+            continue;
+        }
+        json_object *obj = json_tokener_parse(line.c_str());
+        if (obj == nullptr) {
+            ADD_FAILURE() << "journal line is not JSON: " << line;
+            continue;
+        }
+        Request r;
+        json_object *v = nullptr;
+        if (json_object_object_get_ex(obj, "module", &v)) {
+            r.module = json_object_get_int(v);
+        }
+        if (json_object_object_get_ex(obj, "function", &v)) {
+            r.function = json_object_get_int(v);
+        }
+        if (json_object_object_get_ex(obj, "command", &v) && v != nullptr) {
+            r.command = json_object_get_string(v);
+        }
+        if (json_object_object_get_ex(obj, "status", &v)) {
+            r.status = json_object_get_int(v);
+        }
+        if (json_object_object_get_ex(obj, "payload", &v) && v != nullptr) {
+            r.payloadHex = json_object_get_string(v);
+        }
+        json_object_put(obj);
+        out.push_back(r);
+    }
+    return out;
+}
+
+Request AgentTest::Only() {
+    std::vector<Request> all = Journal();
+    EXPECT_EQ(all.size(), 1u);
+    return all.empty() ? Request{} : all.back();
+}
+
+} // namespace e2e

@@ -1,0 +1,79 @@
+// End-to-end support: a private agentsim per test (its own pipe name and
+// socket directory, a journal), pdtool runs against it, what pdtool printed
+// with the log lines taken out, and the payloads the agent received.
+#pragma once
+
+#include "tests/support/process.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace e2e {
+
+/// One request as the agent's journal recorded it.
+struct Request {
+    int module = -1;
+    int function = -1;
+    std::string command; ///< "" when the journal has none
+    int status = 0;
+    std::string payloadHex;
+};
+
+/// What one pdtool run gave.
+struct PdtoolRun {
+    int exitStatus = -1;
+    std::string out;     ///< everything on standard output
+    std::string printed; ///< standard output without the time-stamped log lines
+};
+
+/// The exit status a process reports for a program that returned code.
+int ExitOf(int32_t code);
+
+/// Builds a record: a zeroed buffer with little-endian fields at offsets.
+class Record {
+  public:
+    explicit Record(size_t size) : bytes_(size, 0) {}
+    Record &U8(size_t off, uint8_t v);
+    Record &U16(size_t off, uint16_t v);
+    Record &U32(size_t off, uint32_t v);
+    Record &U64(size_t off, uint64_t v);
+    Record &Bytes(size_t off, const std::vector<uint8_t> &v);
+    Record &Text(size_t off, const std::string &v);
+    std::string Hex() const;
+    size_t Size() const { return bytes_.size(); }
+
+  private:
+    std::vector<uint8_t> bytes_;
+};
+
+/// Removes every "[yyyy/mm/dd_hh:mm:ss.mmm]...\n" log line, wherever it starts.
+std::string WithoutLogLines(const std::string &out);
+
+/// A test with its own agent. Options are extra agentsim options.
+class AgentTest : public testing::Test {
+  protected:
+    void TearDown() override;
+
+    /// Starts agentsim with the test's pipe name and directory.
+    void StartAgent(const std::vector<std::string> &options = {});
+    void StopAgent();
+    /// Runs pdtool with one argument (or none when arg is nullptr).
+    PdtoolRun Pdtool(const char *arg);
+    PdtoolRun PdtoolArgs(const std::vector<std::string> &args);
+    /// The requests the agent has journaled so far.
+    std::vector<Request> Journal();
+    /// The one request of the test (fails the test when there is not exactly one).
+    Request Only();
+
+    std::string Name();
+    std::string dir_;
+    std::string pipeName_;
+    std::string journal_;
+    ovtest::Process agent_;
+    bool started_ = false;
+};
+
+} // namespace e2e

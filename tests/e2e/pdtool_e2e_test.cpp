@@ -1,0 +1,425 @@
+// pdtool end to end: the real program against a private agentsim, checking
+// what it printed, its exit status and every byte the agent received.
+#include "agentconf/conn.h"
+#include "agentconf/json_conv.h"
+#include "agentconf/rule.h"
+#include "agentconf/shaper.h"
+#include "base/mem.h"
+#include "cli/cmd.h"
+#include "cli/usage.h"
+#include "tests/e2e/e2e_support.h"
+#include "tests/support/capture.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <string>
+
+namespace e2e {
+namespace {
+
+constexpr const char *kSuccess = "Operation success\n";
+constexpr const char *kInvalidArg = "Operation failed ret = -22 (Invalid argument)";
+constexpr const char *kAbsent = "Operation failed ret = -2 (No such file or directory)";
+
+std::string Hex(const void *bytes, size_t n) {
+    Record r(n);
+    r.Bytes(0, std::vector<uint8_t>(static_cast<const uint8_t *>(bytes),
+                                    static_cast<const uint8_t *>(bytes) + n));
+    return r.Hex();
+}
+
+// The record pdtool's own converter makes of text, converted here in the
+// test process; the converter's bytes are pinned by its unit tests.
+template <typename Conf>
+std::string Converted(int32_t (*convert)(Conf *, const char *), const std::string &text) {
+    auto conf = std::make_unique<Conf>();
+    std::memset(conf.get(), 0, sizeof(Conf));
+    ovtest::StdoutCapture quiet;
+    EXPECT_EQ(convert(conf.get(), text.c_str()), 0);
+    return Hex(conf.get(), sizeof(Conf));
+}
+
+std::string Cmd(const std::string &word, const std::string &arg) { return word + "/" + arg; }
+
+using StartUp = AgentTest;
+
+TEST_F(StartUp, NoArgumentPrintsUsageAndExitsWithMinus22) {
+    PdtoolRun r = Pdtool(nullptr);
+    EXPECT_EQ(r.exitStatus, ExitOf(-22));
+    EXPECT_EQ(r.printed, std::string(CmdUsage));
+}
+
+TEST_F(StartUp, AbsentAgentEndsTheRunWithItsCode) {
+    PdtoolRun r = Pdtool("set_ratelimit/{}");
+    EXPECT_EQ(r.exitStatus, ExitOf(-2));
+    EXPECT_EQ(r.printed, "Imc configure client init failed -2 No such file or directory\n");
+    EXPECT_NE(r.out.find("Fail to connect pipe! error code=2\n"), std::string::npos) << r.out;
+}
+
+class Pdtool : public AgentTest {
+  protected:
+    void SetUp() override { StartAgent(); }
+
+    // Runs one command that must reach the agent once and succeed.
+    Request SendOk(const std::string &word) { return Send(word, kSuccess); }
+    // Runs one command that reaches the agent; returns the last request.
+    Request Send(const std::string &word, const std::string &printed) {
+        PdtoolRun r = AgentTest::Pdtool(word.c_str());
+        EXPECT_EQ(r.exitStatus, 0);
+        EXPECT_EQ(r.printed, printed) << r.out;
+        std::vector<Request> all = Journal();
+        EXPECT_FALSE(all.empty());
+        return all.empty() ? Request{} : all.back();
+    }
+    // Runs one command that must fail before anything is sent.
+    void RefusedLocally(const std::string &word, const std::string &printed) {
+        PdtoolRun r = AgentTest::Pdtool(word.c_str());
+        EXPECT_EQ(r.exitStatus, 0);
+        EXPECT_EQ(r.printed, printed) << r.out;
+        EXPECT_TRUE(Journal().empty());
+    }
+};
+
+TEST_F(Pdtool, RateLimitSampleArrivesAsItsRecord) {
+    Request q = SendOk(Cmd("set_ratelimit", kUsageRatelimitSample));
+    EXPECT_EQ(q.module, 10);
+    EXPECT_EQ(q.function, 1);
+    EXPECT_EQ(q.payloadHex, Record(72).U32(0, 1).U32(24, 1).U16(64, 0x00A9).Hex());
+}
+
+TEST_F(Pdtool, RateLimitDeleteSendsTheIdAlone) {
+    Request q = Send("del_ratelimit/id=4000000000", kAbsent);
+    EXPECT_EQ(q.module, 10);
+    EXPECT_EQ(q.function, 2);
+    EXPECT_EQ(q.payloadHex, Record(72).U32(0, 4000000000u).Hex());
+}
+
+TEST_F(Pdtool, LocalFailuresPrintTheirLinesAndSendNothing) {
+    struct Case {
+        const char *word;
+        const char *printed;
+    };
+    const Case cases[] = {
+        {"set_ratelimit/", "Convert ratelimit json str to conf failed\n"},
+        {"set_ratelimit/{", "Convert ratelimit json str to conf failed\n"},
+        {"set_ratelimit", "Invalid arg(null)\n"},
+        {"del_ratelimit/rid", "Missing expected args id\n"},
+        {"del_policy/zone=1", "Missing expected args zone/id\n"},
+        {"del_policy/", "Missing expected args zone/id\n"},
+        {"del_cpe_ip/clientid=1 wanid=1", "Missing expected args clientid or vpnid or wanid\n"},
+        {"del_link/linkid=1", "Missing expected args linkid or netid\n"},
+        {"del_tunnel/netid=1 label=1", "Missing expected args label/netid/vni\n"},
+        {"del_shaper_conf/id=1", "Missing expected args shaperId\n"},
+        {"del_acsname/id=1", "Missing expected args name\n"},
+        {"set_engine_srtt/value=1", "Missing expected args wanid/value\n"},
+        {"set_policy/{\"Zone\": 1}", "Convert rule json str to conf failed\n"},
+        {"set_cpe_ip/{\"SiteIpId\": 1}", "Convert LinkIp json str to conf failed\n"},
+        {"set_link/{\"LinkId\": 1}", "Convert Link json str to conf failed\n"},
+        {"set_conn_cmd/{\"Type\": 28, \"Lenth\": 4, \"Value\": 1}",
+         "Convert dp global arg json str to conf failed\n"},
+        {"set_shaper_conf/{}", "Convert shaper json str to conf failed\n"},
+        {"set_acsname/{}", "Convert acsname json str to conf failed\n"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.word);
+        RefusedLocally(c.word, std::string(c.printed) + kInvalidArg);
+    }
+    RefusedLocally(Cmd("set_tunnel", kUsageTunnelSample),
+                   std::string("Convert conn json str to conf failed\n") + kInvalidArg);
+    RefusedLocally("del_shaper_conf/shaperId=256", std::string("shaperId = 256 invalid.\n") + kInvalidArg);
+    RefusedLocally("get_shaper_conf/shaperId=-1", std::string("shaperId = -1 invalid.\n") + kInvalidArg);
+    RefusedLocally("get_shaper_conf", std::string("Invalid arg(null), require shaperId\n") + kInvalidArg);
+    RefusedLocally("set_ratelimit/{\"RateLimitId\": 4294967295}",
+                   "Convert ratelimit json str to conf failed\n"
+                   "Operation failed ret = -132 (value too large)");
+}
+
+TEST_F(Pdtool, UnknownWordsAreReportedWithExitStatusZero) {
+    for (const char *word : {"set_lan_if", "Set_policy/{}", "bogus", "set_dn", "get_wan_if"}) {
+        SCOPED_TRACE(word);
+        RefusedLocally(word, std::string("invalid command ") + word + ", please refer to help");
+    }
+}
+
+TEST_F(Pdtool, RuleCommandsCarryTableAndOperationInTheFunctionId) {
+    const std::string rule = Converted(OV_AgentRuleJsonStrToConf, kUsageRuleSample);
+    struct Case {
+        const char *word;
+        int function;
+    };
+    // set_dns_proxy and del_dns_proxy are taken by the set_dns/del_dns rows (kept).
+    const Case sets[] = {{"set_policy", 0x000}, {"set_snat", 0x100}, {"set_dnat", 0x200},
+                         {"set_dns", 0x300},    {"set_dns_proxy", 0x300}, {"set_policyX", 0x000}};
+    for (const Case &c : sets) {
+        SCOPED_TRACE(c.word);
+        PdtoolRun r = AgentTest::Pdtool(Cmd(c.word, kUsageRuleSample).c_str());
+        EXPECT_EQ(r.printed, kSuccess) << r.out;
+        Request q = Journal().back();
+        EXPECT_EQ(q.module, 4);
+        EXPECT_EQ(q.function, c.function);
+        EXPECT_EQ(q.payloadHex, rule);
+    }
+    const Case dels[] = {{"del_policy", 0x002}, {"del_snat", 0x102},     {"del_dnat", 0x202},
+                         {"del_dns", 0x302},    {"del_dns_proxy", 0x302}};
+    for (const Case &c : dels) {
+        SCOPED_TRACE(c.word);
+        PdtoolRun r = AgentTest::Pdtool(Cmd(c.word, "zone=1 id=7").c_str());
+        EXPECT_EQ(r.printed, kAbsent) << r.out;
+        Request q = Journal().back();
+        EXPECT_EQ(q.module, 4);
+        EXPECT_EQ(q.function, c.function);
+        EXPECT_EQ(q.payloadHex, Record(17528).U8(2, 1).U32(16, 7).Hex());
+    }
+}
+
+TEST_F(Pdtool, RuleDeleteScanStopsWhereTheArgumentDiffers) {
+    // "id=" is found inside "clientid=", so the key check passes; the scan
+    // reads the zone and stops at "clientid".
+    Request q = Send("del_policy/zone=3 clientid=2", kAbsent);
+    EXPECT_EQ(q.payloadHex, Record(17528).U8(2, 3).Hex());
+}
+
+TEST_F(Pdtool, LinkIpSetIsRoutedByTheRecordsType) {
+    const Record sample = Record(36).U8(0, 2).U8(1, 1).U8(2, 0x03).U32(8, 82).U32(16, 0xCB00710A);
+    Request q = SendOk(Cmd("set_cpe_ip", kUsageLinkIpSample));
+    EXPECT_EQ(q.module, 3);
+    EXPECT_EQ(q.function, 9); // type 2 is the POP side, whatever the word
+    EXPECT_EQ(q.payloadHex, sample.Hex());
+
+    PdtoolRun r = AgentTest::Pdtool(
+        R"(set_pop_ip/{"Type": 1, "SiteIpId": 2, "SiteId": 5, "CustomerId": 7})");
+    EXPECT_EQ(r.printed, kSuccess);
+    EXPECT_EQ(Journal().back().function, 5);
+    EXPECT_EQ(Journal().back().payloadHex, Record(36).U8(0, 1).U8(1, 2).U32(4, 7).U32(8, 5).Hex());
+
+    // Type 3 converts and is reported as success, but nothing is sent.
+    r = AgentTest::Pdtool(R"(set_cpe_ip/{"Type": 3, "SiteIpId": 1, "SiteId": 1})");
+    EXPECT_EQ(r.printed, kSuccess);
+    EXPECT_EQ(Journal().size(), 2u);
+}
+
+TEST_F(Pdtool, LinkIpDeleteFillsTheIdentifyingFields) {
+    Request q = Send("del_cpe_ip/clientid=1 vpnid=2 wanid=259", kAbsent);
+    EXPECT_EQ(q.module, 3);
+    EXPECT_EQ(q.function, 6);
+    EXPECT_EQ(q.payloadHex, Record(36).U8(0, 1).U8(1, 3).U32(8, 1).U32(12, 2).Hex());
+    PdtoolRun r = AgentTest::Pdtool("del_pop_ip/clientid=4 vpnid=5 wanid=6");
+    EXPECT_EQ(r.printed, kAbsent);
+    EXPECT_EQ(Journal().back().function, 10);
+    EXPECT_EQ(Journal().back().payloadHex, Record(36).U8(0, 2).U8(1, 6).U32(8, 4).U32(12, 5).Hex());
+}
+
+TEST_F(Pdtool, LinkSetAndDelete) {
+    Request q = SendOk(Cmd("set_link", kUsageLinkSample));
+    EXPECT_EQ(q.module, 3);
+    EXPECT_EQ(q.function, 13);
+    EXPECT_EQ(q.payloadHex, Record(44)
+                                .U32(0, 1)
+                                .U32(4, 1)
+                                .U8(8, 0x19)
+                                .U8(16, 3)
+                                .U8(17, 1)
+                                .U8(18, 1)
+                                .U8(19, 1)
+                                .U16(28, 49152)
+                                .U16(30, 49152)
+                                .U32(32, 82)
+                                .U8(40, 5)
+                                .U8(41, 30)
+                                .Hex());
+    // The link id keeps 24 bits and the net id its low byte: this deletes link 1 of net 1.
+    PdtoolRun r = AgentTest::Pdtool("del_link/linkid=16777217 netid=257");
+    EXPECT_EQ(r.printed, kSuccess);
+    EXPECT_EQ(Journal().back().function, 14);
+    EXPECT_EQ(Journal().back().payloadHex, Record(44).U8(0, 1).U32(4, 1).Hex());
+    // Keys in the other order pass the key check but the scan reads nothing.
+    AgentTest::Pdtool("del_link/netid=1 linkid=2");
+    EXPECT_EQ(Journal().back().payloadHex, Record(44).Hex());
+}
+
+TEST_F(Pdtool, TunnelSetWithVpnIdAndDelete) {
+    std::string tunnel = kUsageTunnelSample;
+    tunnel.insert(1, "\"VpnId\": 9, ");
+    Request q = SendOk(Cmd("set_tunnel", tunnel));
+    EXPECT_EQ(q.module, 3);
+    EXPECT_EQ(q.function, 18);
+    EXPECT_EQ(q.payloadHex, Converted(OV_AgentConnJsonStrToConf, tunnel));
+
+    AgentTest::Pdtool("del_tunnel/netid=300 label=2097153 vni=9");
+    Request d = Journal().back();
+    EXPECT_EQ(d.function, 19);
+    EXPECT_EQ(d.payloadHex, Record(616).U32(4, 0x2C200001).U64(548, ~0ull).Hex());
+}
+
+TEST_F(Pdtool, ConnectionCommandSample) {
+    Request q = SendOk(Cmd("set_conn_cmd", kUsageConnCmdSample));
+    EXPECT_EQ(q.module, 3);
+    EXPECT_EQ(q.function, 26);
+    EXPECT_EQ(q.payloadHex, Record(24).U16(0, 25).U16(2, 8).U64(8, 104448000).Hex());
+}
+
+TEST_F(Pdtool, EngineParametersGoToWanZeroWithTheRowsCode) {
+    struct Row {
+        const char *word;
+        uint8_t code;
+    };
+    const Row rows[] = {{"set_engine_pcapEnable", 10},
+                        {"set_engine_wanKbps", 1},
+                        {"set_engine_wanBurstBytes", 2},
+                        {"set_engine_tcpAccEnable", 3},
+                        {"set_engine_subnetAccEnable", 5},
+                        {"set_engine_shaperEnable", 6},
+                        {"set_engine_hostFairTcpAccSessNum", 9},
+                        {"set_engine_hostFairEnable", 11},
+                        {"set_engine_wanInKbps", 12},
+                        {"set_engine_wanInBurstBytes", 13},
+                        {"set_engine_hostFairUdpSessNum", 14},
+                        {"set_engine_cmd", 15},
+                        {"set_engine_hostFairTcpActSessNum", 16},
+                        {"set_engine_trackRandomLoss", 17},
+                        {"set_engine_maxTxEnable", 18},
+                        {"set_engine_conservMode", 19},
+                        {"set_engine_engSysEnable", 20},
+                        {"set_engine_srtt", 21}};
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.word);
+        PdtoolRun r = AgentTest::Pdtool(Cmd(row.word, "value=30 wanid=2").c_str());
+        EXPECT_EQ(r.printed, kSuccess) << r.out;
+        Request q = Journal().back();
+        EXPECT_EQ(q.module, 8);
+        EXPECT_EQ(q.function, 0);
+        EXPECT_EQ(q.payloadHex, Record(104).U8(4, row.code).U32(8, 30).Hex());
+    }
+    // In the order the usage text shows, the value is never reached: 0 is sent.
+    AgentTest::Pdtool("set_engine_srtt/wanid=1 value=1");
+    EXPECT_EQ(Journal().back().payloadHex, Record(104).U8(4, 21).Hex());
+}
+
+TEST_F(Pdtool, AccessNameSetAndDelete) {
+    Request q = SendOk(R"(set_acsname/{"id": 5, "version": 3, "persistentFlag": true})");
+    EXPECT_EQ(q.module, 6);
+    EXPECT_EQ(q.function, 0);
+    EXPECT_EQ(q.payloadHex, Record(4480).U32(0, 5).Text(4, "aces5").U8(68, 1).U64(72, 3).Hex());
+    AgentTest::Pdtool("del_acsname/name=aces5");
+    Request d = Journal().back();
+    EXPECT_EQ(d.function, 1);
+    EXPECT_EQ(d.status, 0);
+    EXPECT_EQ(d.payloadHex, Record(4480).Text(4, "aces5").Hex());
+}
+
+TEST_F(Pdtool, ExtraArgumentsAreIgnored) {
+    PdtoolRun r = PdtoolArgs({"del_ratelimit/id=1", "del_ratelimit/id=2"});
+    EXPECT_EQ(r.exitStatus, 0);
+    EXPECT_EQ(r.printed, kAbsent);
+    EXPECT_EQ(Only().payloadHex, Record(72).U32(0, 1).Hex());
+}
+
+class ShaperGets : public Pdtool {
+  protected:
+    void SetUp() override {
+        Pdtool::SetUp();
+        ovtest::StdoutCapture quiet;
+        AgentMemModuleRegister();
+        OV_AgentConfLogRegister();
+    }
+    void TearDown() override {
+        {
+            ovtest::StdoutCapture quiet;
+            OV_AgentConfLogUnregister();
+            AgentMemModuleUnregister();
+        }
+        Pdtool::TearDown();
+    }
+    // The pretty JSON pdtool prints for a shaper record.
+    std::string Pretty(const std::string &json) {
+        ovtest::StdoutCapture quiet;
+        AgentShaperConf conf;
+        std::memset(&conf, 0, sizeof conf);
+        EXPECT_EQ(OV_AgentShaperJsonStrToConf(&conf, json.c_str()), 0);
+        char *text = OV_AgentShaperConfToJsonStr(&conf);
+        OV_JsonPtr obj(json_tokener_parse(text));
+        AgentMemFree(text);
+        return json_object_to_json_string_ext(obj.get(), JSON_C_TO_STRING_PRETTY);
+    }
+};
+
+TEST_F(ShaperGets, SetDeleteAndGetOneShaper) {
+    Request q = SendOk(Cmd("set_shaper_conf", kUsageShaperSample));
+    EXPECT_EQ(q.module, 15);
+    EXPECT_EQ(q.function, 1);
+    EXPECT_EQ(q.payloadHex, Record(224)
+                                .U8(0, 1)
+                                .U8(1, 1)
+                                .U8(2, 1)
+                                .U32(4, 100000)
+                                .U32(8, 100000)
+                                .U16(12, 100)
+                                .U16(14, 100)
+                                .Bytes(16, {2, 2, 8, 8, 8, 8, 8, 0})
+                                .U8(24, 1)
+                                .U8(25, 2)
+                                .U8(26, 1)
+                                .U8(28, 2)
+                                .U32(32, 1000000)
+                                .U32(36, 1000000)
+                                .Hex());
+
+    PdtoolRun r = AgentTest::Pdtool("get_shaper_conf/shaperId=1");
+    EXPECT_EQ(r.printed, std::string(kSuccess) + Pretty(kUsageShaperSample) + "\n\n");
+    Request g = Journal().back();
+    EXPECT_EQ(g.function, 3);
+    EXPECT_EQ(g.payloadHex, Record(224).U8(0, 1).Hex());
+
+    r = AgentTest::Pdtool("del_shaper_conf/shaperId=1");
+    EXPECT_EQ(r.printed, kSuccess);
+    EXPECT_EQ(Journal().back().payloadHex, Record(224).U8(0, 1).Hex());
+    r = AgentTest::Pdtool("get_shaper_conf/shaperId=1");
+    EXPECT_EQ(r.printed, kAbsent);
+}
+
+TEST_F(ShaperGets, TableListsShapersInIdOrder) {
+    PdtoolRun r = AgentTest::Pdtool("get_shaper_tbl");
+    EXPECT_EQ(r.printed, kSuccess);
+    std::string two = kUsageShaperSample;
+    two.replace(two.find("\"shaperId\": 1"), 13, "\"shaperId\": 2");
+    AgentTest::Pdtool(Cmd("set_shaper_conf", two).c_str());
+    AgentTest::Pdtool(Cmd("set_shaper_conf", kUsageShaperSample).c_str());
+    r = AgentTest::Pdtool("get_shaper_tbl/ignored");
+    EXPECT_EQ(r.printed, std::string(kSuccess) + Pretty(kUsageShaperSample) + "\n" + Pretty(two) +
+                             "\n\n");
+    EXPECT_EQ(Journal().back().function, 4);
+    EXPECT_EQ(Journal().back().payloadHex, "");
+}
+
+class SaCluster : public AgentTest {};
+
+TEST_F(SaCluster, PrintsTheStateLineByLine) {
+    StartAgent({"--sa-role", "1", "--sa-cal-queue-len", "4", "--sa-local-lan-id", "2",
+                "--sa-local-port", "8001", "--sa-master-port", "8002", "--sa-master-ip", "10.0.0.1",
+                "--sa-master-cpe-id", "77"});
+    PdtoolRun r = Pdtool("get_sa_cluster");
+    EXPECT_EQ(r.exitStatus, 0);
+    EXPECT_EQ(r.printed, "Operation success\n"
+                         "SA.Role: master\n"
+                         "SA.CalQueueLen: 4\n"
+                         "SA.LocalLanId: 2\n"
+                         "SA.LocalPort: 8001\n"
+                         "SA.MasterCpeId: 77\n"
+                         "SA.MasterIp: 10.0.0.1\n"
+                         "SA.MasterPort: 8002\n\n");
+    Request q = Only();
+    EXPECT_EQ(q.module, 15);
+    EXPECT_EQ(q.function, 7);
+}
+
+TEST_F(SaCluster, AnAgentErrorPrintsOnlyTheFailureLine) {
+    StartAgent({"--fault-status", "15:7=-5"});
+    PdtoolRun r = Pdtool("get_sa_cluster");
+    EXPECT_EQ(r.exitStatus, 0);
+    EXPECT_EQ(r.printed, "Operation failed ret = -5 (Input/output error)");
+}
+
+} // namespace
+} // namespace e2e
