@@ -17,7 +17,7 @@ namespace {
 // iplist, as it always has).
 enum class ListKind { SetNames, AddrWithId, AddrPlain, DomainWithId, DomainPlain };
 
-struct ListSpec {
+struct ListDef {
     const char *key;
     const char *reportName;
     ListKind kind;
@@ -25,7 +25,7 @@ struct ListSpec {
     bool domain;    // set names: domain sets rather than address sets
 };
 
-constexpr ListSpec kLists[] = {
+constexpr ListDef kLists[] = {
     {"ipset", "ipset", ListKind::SetNames, 0, false},
     {"ipwithidlist", "iplist", ListKind::AddrWithId, 0, false},
     {"ipv6withidlist", "ipv6withidlist", ListKind::AddrWithId, 1, false},
@@ -47,12 +47,12 @@ struct Fill {
 // when a list is not an array or the total passes max.
 int32_t CountEntries(json_object *obj, bool domain, uint32_t max, uint32_t *total) {
     uint64_t sum = 0;
-    for (const ListSpec &spec : kLists) {
-        if (spec.domain != domain || spec.kind == ListKind::SetNames) {
+    for (const ListDef &list : kLists) {
+        if (list.domain != domain || list.kind == ListKind::SetNames) {
             continue;
         }
         json_object *arr = nullptr;
-        if (!json_object_object_get_ex(obj, spec.key, &arr)) {
+        if (!json_object_object_get_ex(obj, list.key, &arr)) {
             continue;
         }
         if (json_object_get_type(arr) != json_type_array) {
@@ -104,7 +104,7 @@ int32_t ParsePrefix(const char *text, uint8_t ipType, AgentAcsAddrEntry *entry) 
     return OV_Ipv6StrToConf(buf, sizeof buf, entry->addr) != nullptr ? 0 : -22;
 }
 
-int32_t ConvertList(AgentAcsNameConf *conf, const ListSpec &spec, json_object *arr, Fill *fill) {
+int32_t ConvertList(AgentAcsNameConf *conf, const ListDef &list, json_object *arr, Fill *fill) {
     if (json_object_get_type(arr) != json_type_array) {
         return -22;
     }
@@ -114,10 +114,10 @@ int32_t ConvertList(AgentAcsNameConf *conf, const ListSpec &spec, json_object *a
         if (item == nullptr) {
             return -22;
         }
-        switch (spec.kind) {
+        switch (list.kind) {
         case ListKind::SetNames: {
-            uint8_t &used = spec.domain ? conf->domainSetNum : conf->ipSetNum;
-            char(*sets)[ACSNAME_NAME_LEN] = spec.domain ? conf->domainSets : conf->ipSets;
+            uint8_t &used = list.domain ? conf->domainSetNum : conf->ipSetNum;
+            char(*sets)[ACSNAME_NAME_LEN] = list.domain ? conf->domainSets : conf->ipSets;
             const char *text = json_object_get_string(item);
             if (text == nullptr || used >= ACSNAME_SET_MAX) {
                 return -22;
@@ -137,7 +137,7 @@ int32_t ConvertList(AgentAcsNameConf *conf, const ListSpec &spec, json_object *a
             AgentAcsAddrEntry *entry = &fill->addrs[fill->addrUsed];
             char text[OV_IPV6_TEXT_BUF + 8];
             int32_t rc = 0;
-            if (spec.kind == ListKind::AddrWithId) {
+            if (list.kind == ListKind::AddrWithId) {
                 rc = _OV_JsonGetInt(item, "id", &entry->id);
                 if (rc == 0) {
                     rc = _OV_JsonGetString(item, "ip", text, sizeof text);
@@ -150,7 +150,7 @@ int32_t ConvertList(AgentAcsNameConf *conf, const ListSpec &spec, json_object *a
                 }
             }
             if (rc == 0) {
-                rc = ParsePrefix(text, spec.ipType, entry);
+                rc = ParsePrefix(text, list.ipType, entry);
             }
             if (rc != 0) {
                 return rc;
@@ -165,7 +165,7 @@ int32_t ConvertList(AgentAcsNameConf *conf, const ListSpec &spec, json_object *a
             }
             AgentAcsDomainEntry *entry = &fill->domains[fill->domainUsed];
             int32_t rc = 0;
-            if (spec.kind == ListKind::DomainWithId) {
+            if (list.kind == ListKind::DomainWithId) {
                 rc = _OV_JsonGetInt(item, "id", &entry->id);
                 if (rc == 0) {
                     rc = _OV_JsonGetString(item, "domain", entry->domain, sizeof entry->domain);
@@ -314,14 +314,14 @@ int32_t _OV_AgentAcsNameJsonToConf(AgentAcsNameConf *conf, json_object *obj) {
         conf->domainNum = domainNum;
     }
 
-    for (const ListSpec &spec : kLists) {
+    for (const ListDef &list : kLists) {
         json_object *arr = nullptr;
-        if (!json_object_object_get_ex(obj, spec.key, &arr)) {
+        if (!json_object_object_get_ex(obj, list.key, &arr)) {
             continue;
         }
-        rc = ConvertList(conf, spec, arr, &fill);
+        rc = ConvertList(conf, list, arr, &fill);
         if (rc != 0) {
-            OV_CONF_FAIL("Json to conf for %s failed(%d:%s)\n", spec.reportName, rc,
+            OV_CONF_FAIL("Json to conf for %s failed(%d:%s)\n", list.reportName, -rc,
                          OV_StrError(-rc));
             return rc;
         }
@@ -329,7 +329,7 @@ int32_t _OV_AgentAcsNameJsonToConf(AgentAcsNameConf *conf, json_object *obj) {
     if (json_object_object_get_ex(obj, "Probe", &val)) {
         rc = ConvertProbe(&conf->probe, val);
         if (rc != 0) {
-            OV_CONF_FAIL("Json to conf for Probe failed(%d:%s)\n", rc, OV_StrError(-rc));
+            OV_CONF_FAIL("Json to conf for Probe failed(%d:%s)\n", -rc, OV_StrError(-rc));
             return rc;
         }
     }

@@ -72,11 +72,11 @@ TEST_F(AcsNameTest, RequiredKeysFailWithTheirTexts) {
         {R"({"id": 1, "version": 1, "iplist": 5})", -22, "] Get ip entries num failed\n"},
         {R"({"id": 1, "version": 1, "domainlist": {}})", -22, "] Get domain entries num failed\n"},
         {R"({"id": 1, "version": 1, "ipwithidlist": [{"id": 1, "ip": "10.0.0.256"}]})", -22,
-         "] Json to conf for iplist failed(-22:Invalid argument)\n"},
+         "] Json to conf for iplist failed(22:Invalid argument)\n"},
         {R"({"id": 1, "version": 1, "domainwithidlist": [{"domain": "a.example"}]})", -22,
-         "] Json to conf for domainwithidlist failed(-22:Invalid argument)\n"},
+         "] Json to conf for domainwithidlist failed(22:Invalid argument)\n"},
         {R"({"id": 1, "version": 1, "Probe": {"Ip": "x"}})", -22,
-         "] Json to conf for Probe failed(-22:Invalid argument)\n"},
+         "] Json to conf for Probe failed(22:Invalid argument)\n"},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.json);
@@ -146,7 +146,7 @@ TEST_F(AcsNameTest, RefusesMoreEntriesOrSetsThanTheRecordHolds) {
     std::memset(&conf_, 0, sizeof conf_);
     EXPECT_EQ(Convert(sets), -22);
     EXPECT_EQ(conf_.ipSetNum, ACSNAME_SET_MAX);
-    EXPECT_NE(out_.find("Json to conf for ipset failed(-22:Invalid argument)"), std::string::npos);
+    EXPECT_NE(out_.find("Json to conf for ipset failed(22:Invalid argument)"), std::string::npos);
 }
 
 TEST_F(AcsNameTest, NamesLongerThanTheFieldAreRefused) {

@@ -134,10 +134,14 @@ void AgentTest::StartAgent(const std::vector<std::string> &options) {
     std::remove(journal_.c_str());
     std::remove(ready.c_str());
     std::vector<std::string> argv = {ovtest::NativePath(OV_AGENTSIM_PATH),
-                                     "--pipe-dir",   dir_,
-                                     "--pipe-name",  pipeName_,
-                                     "--journal",    journal_,
-                                     "--ready-file", ready};
+                                     "--pipe-dir",
+                                     dir_,
+                                     "--pipe-name",
+                                     pipeName_,
+                                     "--journal",
+                                     journal_,
+                                     "--ready-file",
+                                     ready};
     argv.insert(argv.end(), options.begin(), options.end());
     ASSERT_EQ(agent_.Start(argv), 0);
     ASSERT_TRUE(ovtest::WaitForFile(ready, 20000)) << agent_.Stderr();
@@ -153,13 +157,16 @@ void AgentTest::StopAgent() {
     }
 }
 
-void AgentTest::TearDown() { StopAgent(); }
+void AgentTest::TearDown() {
+    StopAgent();
+}
 
 PdtoolRun AgentTest::PdtoolArgs(const std::vector<std::string> &args) {
     std::vector<std::string> argv = {ovtest::NativePath(OV_PDTOOL_PATH)};
     argv.insert(argv.end(), args.begin(), args.end());
-    ovtest::EnvOverrides env = {{"OV_PIPE_DIR", dir_.empty() ? testing::TempDir() + "no_agent" : dir_},
-                                {"OV_PIPE_NAME", pipeName_.empty() ? "no_agent_here" : pipeName_}};
+    ovtest::EnvOverrides env = {
+        {"OV_PIPE_DIR", dir_.empty() ? testing::TempDir() + "no_agent" : dir_},
+        {"OV_PIPE_NAME", pipeName_.empty() ? "no_agent_here" : pipeName_}};
     ovtest::ProcessResult r = ovtest::RunProcess(argv, kRunTimeoutMs, env);
     EXPECT_EQ(r.startResult, 0);
     EXPECT_FALSE(r.timedOut);

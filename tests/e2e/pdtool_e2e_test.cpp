@@ -41,7 +41,9 @@ std::string Converted(int32_t (*convert)(Conf *, const char *), const std::strin
     return Hex(conf.get(), sizeof(Conf));
 }
 
-std::string Cmd(const std::string &word, const std::string &arg) { return word + "/" + arg; }
+std::string Cmd(const std::string &word, const std::string &arg) {
+    return word + "/" + arg;
+}
 
 using StartUp = AgentTest;
 
@@ -128,9 +130,12 @@ TEST_F(Pdtool, LocalFailuresPrintTheirLinesAndSendNothing) {
     }
     RefusedLocally(Cmd("set_tunnel", kUsageTunnelSample),
                    std::string("Convert conn json str to conf failed\n") + kInvalidArg);
-    RefusedLocally("del_shaper_conf/shaperId=256", std::string("shaperId = 256 invalid.\n") + kInvalidArg);
-    RefusedLocally("get_shaper_conf/shaperId=-1", std::string("shaperId = -1 invalid.\n") + kInvalidArg);
-    RefusedLocally("get_shaper_conf", std::string("Invalid arg(null), require shaperId\n") + kInvalidArg);
+    RefusedLocally("del_shaper_conf/shaperId=256",
+                   std::string("shaperId = 256 invalid.\n") + kInvalidArg);
+    RefusedLocally("get_shaper_conf/shaperId=-1",
+                   std::string("shaperId = -1 invalid.\n") + kInvalidArg);
+    RefusedLocally("get_shaper_conf",
+                   std::string("Invalid arg(null), require shaperId\n") + kInvalidArg);
     RefusedLocally("set_ratelimit/{\"RateLimitId\": 4294967295}",
                    "Convert ratelimit json str to conf failed\n"
                    "Operation failed ret = -132 (value too large)");
@@ -150,7 +155,7 @@ TEST_F(Pdtool, RuleCommandsCarryTableAndOperationInTheFunctionId) {
         int function;
     };
     // set_dns_proxy and del_dns_proxy are taken by the set_dns/del_dns rows (kept).
-    const Case sets[] = {{"set_policy", 0x000}, {"set_snat", 0x100}, {"set_dnat", 0x200},
+    const Case sets[] = {{"set_policy", 0x000}, {"set_snat", 0x100},      {"set_dnat", 0x200},
                          {"set_dns", 0x300},    {"set_dns_proxy", 0x300}, {"set_policyX", 0x000}};
     for (const Case &c : sets) {
         SCOPED_TRACE(c.word);
@@ -161,8 +166,11 @@ TEST_F(Pdtool, RuleCommandsCarryTableAndOperationInTheFunctionId) {
         EXPECT_EQ(q.function, c.function);
         EXPECT_EQ(q.payloadHex, rule);
     }
-    const Case dels[] = {{"del_policy", 0x002}, {"del_snat", 0x102},     {"del_dnat", 0x202},
-                         {"del_dns", 0x302},    {"del_dns_proxy", 0x302}};
+    const Case dels[] = {{"del_policy", 0x002},
+                         {"del_snat", 0x102},
+                         {"del_dnat", 0x202},
+                         {"del_dns", 0x302},
+                         {"del_dns_proxy", 0x302}};
     for (const Case &c : dels) {
         SCOPED_TRACE(c.word);
         PdtoolRun r = AgentTest::Pdtool(Cmd(c.word, "zone=1 id=7").c_str());
@@ -188,8 +196,8 @@ TEST_F(Pdtool, LinkIpSetIsRoutedByTheRecordsType) {
     EXPECT_EQ(q.function, 9); // type 2 is the POP side, whatever the word
     EXPECT_EQ(q.payloadHex, sample.Hex());
 
-    PdtoolRun r = AgentTest::Pdtool(
-        R"(set_pop_ip/{"Type": 1, "SiteIpId": 2, "SiteId": 5, "CustomerId": 7})");
+    PdtoolRun r =
+        AgentTest::Pdtool(R"(set_pop_ip/{"Type": 1, "SiteIpId": 2, "SiteId": 5, "CustomerId": 7})");
     EXPECT_EQ(r.printed, kSuccess);
     EXPECT_EQ(Journal().back().function, 5);
     EXPECT_EQ(Journal().back().payloadHex, Record(36).U8(0, 1).U8(1, 2).U32(4, 7).U32(8, 5).Hex());
@@ -387,8 +395,8 @@ TEST_F(ShaperGets, TableListsShapersInIdOrder) {
     AgentTest::Pdtool(Cmd("set_shaper_conf", two).c_str());
     AgentTest::Pdtool(Cmd("set_shaper_conf", kUsageShaperSample).c_str());
     r = AgentTest::Pdtool("get_shaper_tbl/ignored");
-    EXPECT_EQ(r.printed, std::string(kSuccess) + Pretty(kUsageShaperSample) + "\n" + Pretty(two) +
-                             "\n\n");
+    EXPECT_EQ(r.printed,
+              std::string(kSuccess) + Pretty(kUsageShaperSample) + "\n" + Pretty(two) + "\n\n");
     EXPECT_EQ(Journal().back().function, 4);
     EXPECT_EQ(Journal().back().payloadHex, "");
 }
