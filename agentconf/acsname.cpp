@@ -131,7 +131,7 @@ int32_t ConvertList(AgentAcsNameConf *conf, const ListDef &list, json_object *ar
         }
         case ListKind::AddrWithId:
         case ListKind::AddrPlain: {
-            if (fill->addrUsed >= conf->addrNum) {
+            if (fill->addrs == nullptr || fill->addrUsed >= conf->addrNum) {
                 return -22;
             }
             AgentAcsAddrEntry *entry = &fill->addrs[fill->addrUsed];
@@ -160,7 +160,7 @@ int32_t ConvertList(AgentAcsNameConf *conf, const ListDef &list, json_object *ar
         }
         case ListKind::DomainWithId:
         case ListKind::DomainPlain: {
-            if (fill->domainUsed >= conf->domainNum) {
+            if (fill->domains == nullptr || fill->domainUsed >= conf->domainNum) {
                 return -22;
             }
             AgentAcsDomainEntry *entry = &fill->domains[fill->domainUsed];

@@ -161,6 +161,8 @@ void SimStopWatchEnd() {
         return;
     }
     g_watch.ending.store(true);
+    // Wakes the watcher out of sigwait; the signal is blocked in every thread.
+    // NOLINTNEXTLINE(bugprone-bad-signal-to-kill-thread)
     pthread_kill(g_watch.thread.native_handle(), SIGTERM);
     g_watch.thread.join();
 }

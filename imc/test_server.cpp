@@ -162,7 +162,7 @@ bool TestServer::WaitRelease(uint32_t timeoutMs) {
                               [this] { return releaseFlag_; });
 }
 
-ConnScript ReplyToEach(int32_t status, Bytes data) {
+ConnScript ReplyToEach(int32_t status, const Bytes &data) {
     return [status, data](TestServer &server, OV_PipeConn *conn, int) {
         while (server.ReadRequest(conn)) {
             if (!server.Reply(conn, status, data)) {

@@ -88,6 +88,6 @@ class TestServer {
 
 /// Answers every request on the connection with status and data until the
 /// client goes away.
-ConnScript ReplyToEach(int32_t status, Bytes data = {});
+ConnScript ReplyToEach(int32_t status, const Bytes &data = {});
 
 } // namespace ovtest
