@@ -15,19 +15,31 @@
 
 namespace {
 
-std::string FormatV(const char *fmt, va_list ap) {
-    va_list copy;
-    va_copy(copy, ap);
-    int n = std::vsnprintf(nullptr, 0, fmt, copy);
-    va_end(copy);
-    if (n <= 0) {
-        return {};
+// One formatted message: on the stack unless it is long (the entry logs the
+// whole JSON text), so the common short notice costs no allocation.
+class ConfMsg {
+  public:
+    ConfMsg(const char *fmt, va_list ap) {
+        va_list copy;
+        va_copy(copy, ap);
+        int n = std::vsnprintf(buf_, sizeof buf_, fmt, copy);
+        va_end(copy);
+        if (n < 0) {
+            buf_[0] = '\0';
+        } else if (static_cast<size_t>(n) >= sizeof buf_) {
+            heap_.assign(static_cast<size_t>(n) + 1, '\0');
+            std::vsnprintf(heap_.data(), heap_.size(), fmt, ap);
+            heap_.resize(static_cast<size_t>(n));
+        }
     }
-    std::string out(static_cast<size_t>(n) + 1, '\0');
-    std::vsnprintf(out.data(), out.size(), fmt, ap);
-    out.resize(static_cast<size_t>(n));
-    return out;
-}
+    ConfMsg(const ConfMsg &) = delete;
+    ConfMsg &operator=(const ConfMsg &) = delete;
+    const char *c_str() const { return heap_.empty() ? buf_ : heap_.c_str(); }
+
+  private:
+    char buf_[512];
+    std::string heap_;
+};
 
 const char *LevelPrefix(uint32_t level) {
     static constexpr const char *kPrefixes[] = {
@@ -35,13 +47,13 @@ const char *LevelPrefix(uint32_t level) {
     return level < sizeof kPrefixes / sizeof kPrefixes[0] ? kPrefixes[level] : "";
 }
 
-void Emit(OV_ConfSite site, uint32_t level, const std::string &msg) {
+void Emit(OV_ConfSite site, uint32_t level, const ConfMsg &msg) {
     OV_LogModuleMsg(OV_LOG_MODULE_AGENTCONF, level, false, site.func, site.line, "%s", msg.c_str());
 }
 
 // The flexlog report made at every error site. No context is attached in
 // pdtool, so the append fails and nothing is dumped; the calls are still made.
-void FlexReport(OV_ConfSite site, const std::string &msg) {
+void FlexReport(OV_ConfSite site, const ConfMsg &msg) {
     if (OV_FlexLog("%s", msg.c_str()) == 0) {
         OV_LogModuleMsg(OV_LOG_MODULE_AGENTCONF, OV_LOG_ERROR, false, site.func, site.line,
                         "dump flexlog:\n%s", OV_FlexLogText());
@@ -121,7 +133,7 @@ void OV_AgentConfLogUnregister() {
 void OV_ConfFail(OV_ConfSite site, const char *fmt, ...) {
     va_list ap;
     va_start(ap, fmt);
-    std::string msg = FormatV(fmt, ap);
+    ConfMsg msg(fmt, ap);
     va_end(ap);
     Emit(site, OV_LOG_ERROR, msg);
     FlexReport(site, msg);
@@ -130,7 +142,7 @@ void OV_ConfFail(OV_ConfSite site, const char *fmt, ...) {
 void OV_ConfNotice(OV_ConfSite site, const char *fmt, ...) {
     va_list ap;
     va_start(ap, fmt);
-    std::string msg = FormatV(fmt, ap);
+    ConfMsg msg(fmt, ap);
     va_end(ap);
     OV_FlexLog("%s", msg.c_str());
     Emit(site, OV_LOG_DEBUG, msg);
@@ -139,16 +151,20 @@ void OV_ConfNotice(OV_ConfSite site, const char *fmt, ...) {
 void OV_ConfWarn(OV_ConfSite site, const char *fmt, ...) {
     va_list ap;
     va_start(ap, fmt);
-    std::string msg = FormatV(fmt, ap);
+    ConfMsg msg(fmt, ap);
     va_end(ap);
     Emit(site, OV_LOG_WARNING, msg);
     OV_FlexLog("%s", msg.c_str());
 }
 
 void OV_ConfLog(OV_ConfSite site, uint32_t level, const char *fmt, ...) {
+    // Nothing but the log takes this message: not formatted when it would be dropped.
+    if (!OV_LogModuleShouldLog(OV_LOG_MODULE_AGENTCONF, level, false)) {
+        return;
+    }
     va_list ap;
     va_start(ap, fmt);
-    std::string msg = FormatV(fmt, ap);
+    ConfMsg msg(fmt, ap);
     va_end(ap);
     Emit(site, level, msg);
 }
@@ -394,7 +410,15 @@ int32_t ConfJsonEntry(OV_ConfSite site, const char *kind, const char *text,
                       int32_t (*convert)(void *ctx, json_object *obj), void *ctx) {
     const char *shown = text != nullptr ? text : "";
     OV_FlexLog("agent %s conf json = %s \n", kind, shown);
-    OV_ConfLog(site, OV_LOG_INFO, "agent %s conf json = %s \n", kind, shown);
+    if (OV_LogModuleShouldLog(OV_LOG_MODULE_AGENTCONF, OV_LOG_INFO, false)) {
+        // Put together rather than formatted: the text can be long, and
+        // printf is slow to measure long output.
+        std::string line;
+        line.reserve(std::strlen(shown) + 32);
+        line.append("agent ").append(kind).append(" conf json = ").append(shown).append(" \n");
+        OV_LogModuleMsg(OV_LOG_MODULE_AGENTCONF, OV_LOG_INFO, false, site.func, site.line, "%s",
+                        line.c_str());
+    }
     OV_JsonPtr root(text != nullptr ? json_tokener_parse(text) : nullptr);
     if (root == nullptr) {
         OV_ConfFail(site, "invalid %s string, not json\n", kind);

@@ -277,4 +277,25 @@ TEST_F(ConfLogTest, ArrayLengthRefusesNonArraysAndOverCapacityAndAdoptsTheLength
     EXPECT_EQ(ovtest::CountOf(out, "] not array!\n"), 2u);
 }
 
+TEST_F(ConfLogTest, LongTextsAndMessagesAreLoggedWhole) {
+    // Past the stack buffers of the log path: the entry line carries the
+    // whole text, and a long message keeps every byte.
+    std::string pad(3000, 'p');
+    std::string text = R"({"a": 5, "pad": ")" + pad + R"("})";
+    std::string longKey(700, 'k');
+    ovtest::StdoutCapture cap;
+    Dummy d{};
+    EXPECT_EQ(OV_DummyJsonStrToConf(&d, text.c_str()), 0);
+    OV_CONF_NOTICE("Rule match conf not set %s!\n", longKey.c_str());
+    auto lines = ovtest::Lines(cap.Take());
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0].rfind(
+                  std::string(ovtest::kFixedStamp) + "<Info:AGENTCONF>[OV_DummyJsonStrToConf:", 0),
+              0u);
+    EXPECT_TRUE(lines[0].ends_with("] agent dummy conf json = " + text + " ")) << lines[0].size();
+    EXPECT_EQ(lines[1].rfind(std::string(ovtest::kFixedStamp) + "<Debug:AGENTCONF>[TestBody:", 0),
+              0u);
+    EXPECT_TRUE(lines[1].ends_with("] Rule match conf not set " + longKey + "!"));
+}
+
 } // namespace

@@ -1,6 +1,7 @@
 // Time-stamped logging, rotating log files and log modules.
 #include "base/log.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -31,18 +32,31 @@ std::string FormatV(const char *fmt, va_list ap) {
 
 void (*g_timeSource)(OV_LocalTime *) = nullptr;
 
-std::string TimeStamp() {
+// "[yyyy/mm/dd_hh:mm:ss.mmm]" is 25 characters.
+constexpr size_t kStampLen = 25;
+constexpr size_t kLineBufLen = 1024;
+
+// Writes the time stamp into buf (at least kStampLen + 1 bytes); returns its length.
+size_t FormatStamp(char *buf, size_t size) {
     OV_LocalTime t{};
     if (g_timeSource != nullptr) {
         g_timeSource(&t);
     } else {
         OV_GetLocalTime(&t);
     }
-    char buf[64];
-    std::snprintf(buf, sizeof buf, "[%04d/%02d/%02d_%02d:%02d:%02d.%03d]", t.year, t.month, t.day,
-                  t.hour, t.minute, t.second, t.milliseconds);
-    return buf;
+    int n = std::snprintf(buf, size, "[%04d/%02d/%02d_%02d:%02d:%02d.%03d]", t.year, t.month, t.day,
+                          t.hour, t.minute, t.second, t.milliseconds);
+    return n < 0 ? 0 : std::min(static_cast<size_t>(n), size - 1);
 }
+
+std::string TimeStamp() {
+    char buf[64];
+    return std::string(buf, FormatStamp(buf, sizeof buf));
+}
+
+// Standard output is flushed after every line unless the program asked for
+// its own buffering (pdtool, a one-shot program, flushes once at exit).
+bool g_flushEachLine = true;
 
 struct LogFileSlot {
     FILE *stream;
@@ -105,8 +119,8 @@ void Rotate(LogFileSlot &s) {
 }
 
 // Writes one finished line into a slot's stream; the caller holds its lock.
-size_t WriteToSlot(LogFileSlot &s, const std::string &line) {
-    size_t n = std::fwrite(line.data(), 1, line.size(), s.stream);
+size_t WriteToSlot(LogFileSlot &s, const char *line, size_t len) {
+    size_t n = std::fwrite(line, 1, len, s.stream);
     if (s.opened != 0) {
         long pos = std::ftell(s.stream);
         s.curSize = pos > 0 ? static_cast<uint32_t>(pos) : 0;
@@ -119,19 +133,49 @@ size_t WriteToSlot(LogFileSlot &s, const std::string &line) {
     return n;
 }
 
-int WriteLine(int32_t index, const std::string &text) {
-    std::string line = TimeStamp() + text;
+// Writes one line that already carries its time stamp.
+int WriteLine(int32_t index, const char *line, size_t len) {
     if (SlotTaken(index)) {
         LogFileSlot &s = g_slots[index];
         OV_CritSecEnter(&s.lock);
-        size_t n = WriteToSlot(s, line);
+        size_t n = WriteToSlot(s, line, len);
         OV_CritSecLeave(&s.lock);
         return static_cast<int>(n);
     }
     // One fwrite per line keeps lines of concurrent threads whole.
-    size_t n = std::fwrite(line.data(), 1, line.size(), stdout);
-    std::fflush(stdout);
+    size_t n = std::fwrite(line, 1, len, stdout);
+    if (g_flushEachLine) {
+        std::fflush(stdout);
+    }
     return static_cast<int>(n);
+}
+
+// The line OV_LogModuleStdOutput would write for a module message, built
+// with one small format for the head and a copy of the text: the text may be
+// a whole JSON argument, and printf is slow to measure long output. Returns
+// false (nothing written) when the head does not fit its buffer.
+bool WriteModuleLine(const char *prefix, const char *name, const char *func, int line,
+                     const char *text) {
+    char buf[kLineBufLen];
+    size_t len = FormatStamp(buf, sizeof buf);
+    // The context between ">" and "[" is empty.
+    int head =
+        std::snprintf(buf + len, sizeof buf - len, "<%s%s>[%s:%d] ", prefix, name, func, line);
+    if (head < 0 || static_cast<size_t>(head) >= sizeof buf - len) {
+        return false;
+    }
+    len += static_cast<size_t>(head);
+    size_t textLen = std::strlen(text);
+    if (textLen < sizeof buf - len) {
+        std::memcpy(buf + len, text, textLen);
+        WriteLine(g_defaultIndex, buf, len + textLen);
+        return true;
+    }
+    std::string whole;
+    whole.reserve(len + textLen);
+    whole.append(buf, len).append(text, textLen);
+    WriteLine(g_defaultIndex, whole.data(), whole.size());
+    return true;
 }
 
 LogFileSlot *SlotFor(int32_t index) {
@@ -191,7 +235,28 @@ bool RateLimitPasses(LogModule &m) {
 } // namespace
 
 int OV_LogV(const char *fmt, va_list ap) {
-    return WriteLine(g_defaultIndex, FormatV(fmt, ap));
+    // The stamp and the text are formatted into one stack buffer; only a
+    // longer line (a converter logs the whole JSON argument) takes the heap.
+    char buf[kLineBufLen];
+    size_t stampLen = FormatStamp(buf, sizeof buf);
+    va_list copy;
+    va_copy(copy, ap);
+    int n = std::vsnprintf(buf + stampLen, sizeof buf - stampLen, fmt, copy);
+    va_end(copy);
+    if (n < 0) {
+        return WriteLine(g_defaultIndex, buf, stampLen);
+    }
+    if (static_cast<size_t>(n) < sizeof buf - stampLen) {
+        return WriteLine(g_defaultIndex, buf, stampLen + static_cast<size_t>(n));
+    }
+    std::string line(stampLen + static_cast<size_t>(n) + 1, '\0');
+    std::memcpy(line.data(), buf, stampLen);
+    std::vsnprintf(line.data() + stampLen, static_cast<size_t>(n) + 1, fmt, ap);
+    return WriteLine(g_defaultIndex, line.data(), stampLen + static_cast<size_t>(n));
+}
+
+void OV_LogSetFlushEachLine(bool on) {
+    g_flushEachLine = on;
 }
 
 int OV_Log(const char *fmt, ...) {
@@ -251,7 +316,8 @@ int32_t OV_LogFileOpen(const char *path, uint32_t pathLen) {
     s.stream = f;
     s.opened = 1;
     OV_CritSecEnter(&s.lock);
-    WriteToSlot(s, TimeStamp() + "log start...\n\n");
+    std::string start = TimeStamp() + "log start...\n\n";
+    WriteToSlot(s, start.data(), start.size());
     OV_CritSecLeave(&s.lock);
     return index;
 }
@@ -488,7 +554,22 @@ void OV_LogModuleMsg(uint32_t id, uint32_t level, bool rateLimit, const char *fu
     }
     va_list ap;
     va_start(ap, fmt);
-    std::string text = FormatV(fmt, ap);
+    // Most callers hand over a finished message with "%s": it is used as it
+    // is rather than copied through another formatting pass.
+    const char *text = nullptr;
+    std::string formatted;
+    if (fmt[0] == '%' && fmt[1] == 's' && fmt[2] == '\0') {
+        text = va_arg(ap, const char *);
+    } else {
+        formatted = FormatV(fmt, ap);
+        text = formatted.c_str();
+    }
     va_end(ap);
-    output(level, "<%s%s>%s[%s:%d] %s", prefix, name, "", func, line, text.c_str());
+    if (text == nullptr) {
+        text = "(null)"; // what printf shows for it
+    }
+    if (output == OV_LogModuleStdOutput && WriteModuleLine(prefix, name, func, line, text)) {
+        return;
+    }
+    output(level, "<%s%s>%s[%s:%d] %s", prefix, name, "", func, line, text);
 }

@@ -28,6 +28,11 @@ int OV_LogV(const char *fmt, va_list ap);
 /// Replaces the clock of the time stamp (tests); nullptr restores the real one.
 void OV_LogSetTimeSource(void (*source)(OV_LocalTime *out));
 
+/// Whether a line written to standard output is flushed at once (the default).
+/// A one-shot program that flushes before it exits may turn this off and save
+/// a write per line; the bytes written stay the same.
+void OV_LogSetFlushEachLine(bool on);
+
 // ---- Log files --------------------------------------------------------------
 
 constexpr int32_t OV_LOG_FILE_MAX = 64;

@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -201,6 +203,60 @@ TEST_F(LogModuleTest, RateLimitWithBurstLetsMessagesThrough) {
         EXPECT_TRUE(OV_LogModuleShouldLog(kId, OV_LOG_INFO, true));
     }
     EXPECT_FALSE(OV_LogModuleShouldLog(99, OV_LOG_INFO, false));
+}
+
+// An output function other than the standard one: it receives the format
+// and its arguments and keeps what they make.
+std::string g_captured;
+void CaptureOutput(uint32_t /*level*/, const char *fmt, ...) {
+    va_list ap;
+    va_start(ap, fmt);
+    char buf[8192];
+    std::vsnprintf(buf, sizeof buf, fmt, ap);
+    va_end(ap);
+    g_captured += buf;
+}
+
+TEST_F(LogModuleTest, FinishedAndLongMessagesKeepTheirShapeOnEveryOutput) {
+    std::string big(5000, 'b');
+    StdoutCapture cap;
+    ASSERT_EQ(OV_LogModuleRegister(kId, "modt", OV_LOG_DEBUG, 0, 0), 0);
+    ASSERT_EQ(OV_LogModuleSetOutput(kId, OV_LogModuleStdOutput, TestPrefix), 0);
+    OV_LogModuleMsg(kId, OV_LOG_ERROR, false, "_OV_Fn", 1, "%s", "finished\n");
+    const char *none = std::getenv("OV_LOG_TEST_NEVER_SET"); // a null the compiler cannot see
+    OV_LogModuleMsg(kId, OV_LOG_ERROR, false, "_OV_Fn", 2, "%s", none);
+    OV_LogModuleMsg(kId, OV_LOG_ERROR, false, "_OV_Fn", 3, "\n");
+    OV_LogModuleMsg(kId, OV_LOG_ERROR, false, "_OV_Fn", 4, "json = %s \n", big.c_str());
+    auto lines = ovtest::Lines(cap.Take());
+    ASSERT_EQ(lines.size(), 4u);
+    const std::string head = std::string(kFixedStamp) + "<Error:modt>[_OV_Fn:";
+    EXPECT_EQ(lines[1], head + "1] finished");
+    EXPECT_EQ(lines[2], head + "2] (null)" + head + "3] "); // printf's text for a null %s
+    EXPECT_EQ(lines[3], head + "4] json = " + big + " ");
+
+    g_captured.clear();
+    ASSERT_EQ(OV_LogModuleSetOutput(kId, CaptureOutput, TestPrefix), 0);
+    OV_LogModuleMsg(kId, OV_LOG_ERROR, false, "_OV_Fn", 5, "%s", "finished\n");
+    OV_LogModuleMsg(kId, OV_LOG_ERROR, false, "_OV_Fn", 6, "n=%d\n", 7);
+    EXPECT_EQ(g_captured, "<Error:modt>[_OV_Fn:5] finished\n<Error:modt>[_OV_Fn:6] n=7\n");
+}
+
+TEST(Log, LinesAreTheSameWithoutTheFlushAfterEachLine) {
+    std::string big(2000, 'x');
+    std::string flushed;
+    std::string buffered;
+    for (bool flush : {true, false}) {
+        OV_LogSetFlushEachLine(flush);
+        StdoutCapture cap;
+        OV_Log("<Info>short %d\n", 1);
+        std::printf("between\n");
+        OV_Log("<Info>long %s\n", big.c_str());
+        (flush ? flushed : buffered) = cap.Take();
+    }
+    OV_LogSetFlushEachLine(true);
+    EXPECT_EQ(buffered, flushed);
+    EXPECT_EQ(flushed, std::string(kFixedStamp) + "<Info>short 1\nbetween\n" + kFixedStamp +
+                           "<Info>long " + big + "\n");
 }
 
 } // namespace

@@ -140,6 +140,9 @@ void ApplyPipeNameOverride() {
 
 int PdtoolMain(int argc, char **argv) {
     OV_SetStdoutBinary();
+    // One run prints a dozen lines and flushes them at the end: one write
+    // instead of one per line (a terminal still gets each line at once).
+    OV_LogSetFlushEachLine(false);
     int32_t status = 0;
     bool socketsUp = false;
     bool clientUp = false;
