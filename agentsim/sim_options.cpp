@@ -106,13 +106,13 @@ enum class Opt {
     FaultGarbage,
 };
 
-struct OptSpec {
+struct OptionDef {
     const char *name;
     Opt opt;
     bool takesValue;
 };
 
-constexpr OptSpec kOptions[] = {
+constexpr OptionDef kOptions[] = {
     {"help", Opt::Help, false},
     {"version", Opt::Version, false},
     {"pipe-dir", Opt::PipeDir, true},
@@ -294,29 +294,29 @@ int32_t SimParseOptions(int argc, const char *const *argv, SimOptions *out, std:
             name.resize(eq);
             inlineValue = true;
         }
-        const OptSpec *spec = nullptr;
-        for (const OptSpec &s : kOptions) {
+        const OptionDef *def = nullptr;
+        for (const OptionDef &s : kOptions) {
             if (name == s.name) {
-                spec = &s;
+                def = &s;
                 break;
             }
         }
-        if (spec == nullptr) {
+        if (def == nullptr) {
             *error = "unknown option '--" + name + "'";
             return -OV_EINVAL;
         }
-        if (!spec->takesValue && inlineValue) {
+        if (!def->takesValue && inlineValue) {
             *error = "--" + name + " takes no value";
             return -OV_EINVAL;
         }
-        if (spec->takesValue && !inlineValue) {
+        if (def->takesValue && !inlineValue) {
             if (i + 1 >= argc || argv[i + 1] == nullptr) {
                 *error = "--" + name + " needs a value";
                 return -OV_EINVAL;
             }
             value = argv[++i];
         }
-        int32_t rc = Apply(spec->opt, name, value, out, error);
+        int32_t rc = Apply(def->opt, name, value, out, error);
         if (rc != 0) {
             return rc;
         }
