@@ -96,7 +96,10 @@ int32_t CmdDispatch(const char *word) {
     out[CMD_OUT_BUF_LEN - 1] = '\0'; // whatever a handler left, print a bounded text
 
     if (ret < 0) {
-        PrintOut("Operation failed ret = %d (%s)", ret, OV_StrError(-ret));
+        // An agent's status arrives here unchanged, and INT32_MIN has no
+        // positive counterpart: it is looked up as an unknown number.
+        PrintOut("Operation failed ret = %d (%s)", ret,
+                 OV_StrError(ret == INT32_MIN ? INT32_MAX : -ret));
     } else {
         PrintOut("Operation success\n");
         if (out[0] != '\0') {

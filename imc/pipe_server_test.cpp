@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <string>
 #include <thread>
 
 namespace {
@@ -119,6 +120,36 @@ TEST_F(PipeServerTest, AcceptTimesOutAndShutdownWakesIt) {
     EXPECT_EQ(rc, -4);
     EXPECT_LT(waited, 2000u);
     EXPECT_EQ(OV_PipeServerAccept(server, 5000, &conn), -4) << "shutdown stays in force";
+    OV_PipeServerDestroy(server);
+}
+
+TEST_F(PipeServerTest, ClientOfAnInstanceListenedOnAnEndedThreadIsServed) {
+    // With every instance taken, closing a connection makes the next instance.
+    // Closed on a thread that then ends (as agentsim's connection threads
+    // do), whose pending I/O Windows cancels: the client that connects next
+    // must still be accepted, not dropped.
+    std::wstring name = ovtest::UniquePipeName("handover");
+    OV_PipeServer *server = nullptr;
+    ASSERT_EQ(OV_PipeServerCreate(name.c_str(), 1, &server), 0);
+    OV_PipeHandle first = OV_INVALID_PIPE_HANDLE;
+    ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &first), 0);
+    OV_PipeConn *conn = nullptr;
+    ASSERT_EQ(OV_PipeServerAccept(server, 5000, &conn), 0);
+    std::thread([conn] { OV_PipeConnClose(conn); }).join();
+    OV_ImcClose(first);
+
+    OV_PipeHandle second = OV_INVALID_PIPE_HANDLE;
+    ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &second), 0);
+    ASSERT_EQ(OV_PipeServerAccept(server, 5000, &conn), 0);
+    FlexMsg *msg = OV_FlexMsgAlloc();
+    ASSERT_EQ(OV_FlexMsgAppend(msg, "abc", 3), 0);
+    EXPECT_EQ(OV_ImcSendAll(second, msg), 0);
+    OV_FlexMsgFree(msg);
+    uint8_t buf[3] = {};
+    EXPECT_EQ(OV_PipeConnRead(conn, buf, sizeof buf, 3000, nullptr), 0);
+    EXPECT_EQ(std::string(buf, buf + 3), "abc");
+    OV_PipeConnClose(conn);
+    OV_ImcClose(second);
     OV_PipeServerDestroy(server);
 }
 

@@ -76,6 +76,31 @@ DWORD MillisUntil(Clock::time_point until) {
     return static_cast<DWORD>(std::min<int64_t>(left.count(), INFINITE - 1));
 }
 
+// Starts (or starts again) the overlapped ConnectNamedPipe of an instance; a
+// client already there sets its event at once.
+int32_t Listen(OV_PipeServer *server, Instance *inst) {
+    ResetEvent(inst->event.Get());
+    inst->ov = OVERLAPPED{};
+    inst->ov.hEvent = inst->event.Get();
+    if (ConnectNamedPipe(inst->pipe.Get(), &inst->ov)) {
+        inst->connected = true;
+    } else {
+        DWORD error = GetLastError();
+        if (error == ERROR_PIPE_CONNECTED) {
+            // The client came between create and connect.
+            inst->connected = true;
+        } else if (error != ERROR_IO_PENDING) {
+            OV_Log("<Error>[%s:%d]Failed to listen on pipe %s error code=%d\n", __func__, __LINE__,
+                   server->displayName, static_cast<int>(error));
+            return MapWin32(error);
+        }
+    }
+    if (inst->connected) {
+        SetEvent(inst->event.Get());
+    }
+    return 0;
+}
+
 // Creates one instance and starts its overlapped ConnectNamedPipe. The caller
 // holds server->lock (or is the only user, during create).
 int32_t StartInstance(OV_PipeServer *server, bool first, std::unique_ptr<Instance> *out) {
@@ -109,22 +134,9 @@ int32_t StartInstance(OV_PipeServer *server, bool first, std::unique_ptr<Instanc
                server->displayName, static_cast<int>(error));
         return MapWin32(error);
     }
-    inst->ov.hEvent = inst->event.Get();
-    if (ConnectNamedPipe(inst->pipe.Get(), &inst->ov)) {
-        inst->connected = true;
-    } else {
-        DWORD error = GetLastError();
-        if (error == ERROR_PIPE_CONNECTED) {
-            // The client came between create and connect.
-            inst->connected = true;
-        } else if (error != ERROR_IO_PENDING) {
-            OV_Log("<Error>[%s:%d]Failed to listen on pipe %s error code=%d\n", __func__, __LINE__,
-                   server->displayName, static_cast<int>(error));
-            return MapWin32(error);
-        }
-    }
-    if (inst->connected) {
-        SetEvent(inst->event.Get());
+    int32_t rc = Listen(server, inst.get());
+    if (rc != 0) {
+        return rc;
     }
     *out = std::move(inst);
     return 0;
@@ -280,6 +292,17 @@ int32_t OV_PipeServerAccept(OV_PipeServer *server, uint32_t timeoutMs, OV_PipeCo
         DWORD ignored = 0;
         bool ok = inst->connected ||
                   GetOverlappedResult(inst->pipe.Get(), &inst->ov, &ignored, FALSE) != FALSE;
+        if (!ok && GetLastError() == ERROR_OPERATION_ABORTED) {
+            // The connect was started by OV_PipeConnClose on a connection's
+            // thread, and Windows cancels a thread's pending I/O when the
+            // thread ends. The instance still listens (a client may already
+            // be on it): start the connect again from this thread.
+            std::lock_guard<std::mutex> guard(server->lock);
+            if (Listen(server, inst) != 0) {
+                server->listening.reset();
+            }
+            continue;
+        }
         inst->connected = true; // the connect is over either way
         std::unique_ptr<Instance> taken;
         {

@@ -17,7 +17,8 @@ toolchain="$root/cmake/mingw-w64-x86_64.cmake"
 packages=(
   build-essential cmake ninja-build pkg-config git
   libjson-c-dev googletest libgtest-dev libgmock-dev libbenchmark-dev
-  scdoc dpkg-dev file
+  scdoc dpkg-dev file valgrind
+  clang-14 libclang-rt-14-dev
 )
 if [ "$linux_only" -eq 0 ]; then
   packages+=(

@@ -46,7 +46,13 @@ run_preset() {
   local failed total
   failed=$(sed -E 's/.* ([0-9]+) tests failed out of ([0-9]+).*/\1/' <<<"$summary")
   total=$(sed -E 's/.* ([0-9]+) tests failed out of ([0-9]+).*/\2/' <<<"$summary")
-  total_passed=$((total_passed + total - failed))
+  # A skipped test ran nothing: it counts as neither passed nor failed.
+  local skipped
+  skipped=$(grep -cE '^[[:space:]]*[0-9]+ - .*\(Skipped\)$' "$logdir/$preset-test.log" || true)
+  if [ "$skipped" -gt 0 ]; then
+    echo "== $preset: $skipped skipped"
+  fi
+  total_passed=$((total_passed + total - failed - skipped))
   total_failed=$((total_failed + failed))
 }
 
@@ -66,6 +72,41 @@ run_cpack() {
 run_preset linux
 run_cpack linux
 run_preset linux-asan
+
+# The benchmarks are built, never run here (scripts/bench.sh runs them).
+echo "== bench: configure and build (not run)"
+if ! { cmake --preset bench && cmake --build --preset bench; } >"$logdir/bench-build.log" 2>&1; then
+  tail -n 60 "$logdir/bench-build.log"
+  echo "== bench: build FAILED"
+  total_failed=$((total_failed + 1))
+fi
+
+# Fuzz smoke: every target replays its committed corpus, then fuzzes for 15 s
+# (fuzz/run.sh); each target counts as one test.
+echo "== fuzz: configure, build, replay the corpora and fuzz briefly"
+if ! { cmake --preset fuzz && cmake --build --preset fuzz; } >"$logdir/fuzz-build.log" 2>&1; then
+  tail -n 60 "$logdir/fuzz-build.log"
+  echo "== fuzz: build FAILED"
+  total_failed=$((total_failed + 1))
+else
+  "$root/fuzz/run.sh" --seconds 15 2>&1 | tee "$logdir/fuzz.log"
+  total_passed=$((total_passed + $(grep -cE '^fuzz_[a-z_]+: passed' "$logdir/fuzz.log")))
+  total_failed=$((total_failed + $(grep -cE '^fuzz_[a-z_]+: FAILED' "$logdir/fuzz.log")))
+fi
+
+# memcheck over a handful of pdtool runs (a dynamically linked build of its
+# own); each run counts as one test.
+echo "== valgrind: pdtool runs under memcheck"
+"$root/scripts/valgrind-check.sh" "$root/build/valgrind" 2>&1 | tee "$logdir/valgrind.log"
+vg_summary=$(sed -nE 's/^valgrind-check: ([0-9]+) of ([0-9]+) runs as expected$/\1 \2/p' "$logdir/valgrind.log")
+if [ -n "$vg_summary" ]; then
+  read -r vg_ok vg_all <<<"$vg_summary"
+  total_passed=$((total_passed + vg_ok))
+  total_failed=$((total_failed + vg_all - vg_ok))
+else
+  echo "== valgrind: no summary"
+  total_failed=$((total_failed + 1))
+fi
 
 # shellcheck source=scripts/wine-env.sh
 source "$root/scripts/wine-env.sh"

@@ -1,6 +1,8 @@
 // End-to-end support: private agents, pdtool runs, journal reading.
 #include "tests/e2e/e2e_support.h"
 
+#include "agentsim/sim_os.h"
+
 #include <json-c/json.h>
 
 #include <cstdio>
@@ -113,22 +115,23 @@ std::string WithoutLogLines(const std::string &out) {
 }
 
 std::string AgentTest::Name() {
-    // Short enough for a socket path (108 bytes) and unique per test, so tests
-    // run side by side in separate processes.
+    // Short enough for a socket path (108 bytes) and unique per test and
+    // test process, so tests run side by side, also when two builds' suites
+    // run at once on one machine (or in one Wine prefix).
     const testing::TestInfo *info = testing::UnitTest::GetInstance()->current_test_info();
     std::string full = std::string(info->test_suite_name()) + "." + info->name();
     uint32_t hash = 2166136261u;
     for (char c : full) {
         hash = (hash ^ static_cast<uint8_t>(c)) * 16777619u;
     }
-    char buf[16];
-    std::snprintf(buf, sizeof buf, "e2e%08x", hash);
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "e2e%08x-%u", hash, static_cast<unsigned>(SimProcessId()));
     return buf;
 }
 
 void AgentTest::StartAgent(const std::vector<std::string> &options) {
     pipeName_ = Name();
-    dir_ = testing::TempDir() + pipeName_;
+    dir_ = pipeDirOverride_.empty() ? testing::TempDir() + pipeName_ : pipeDirOverride_;
     journal_ = dir_ + ".journal";
     std::string ready = dir_ + ".ready";
     std::remove(journal_.c_str());
@@ -143,8 +146,9 @@ void AgentTest::StartAgent(const std::vector<std::string> &options) {
                                      "--ready-file",
                                      ready};
     argv.insert(argv.end(), options.begin(), options.end());
-    ASSERT_EQ(agent_.Start(argv), 0);
-    ASSERT_TRUE(ovtest::WaitForFile(ready, 20000)) << agent_.Stderr();
+    agent_ = std::make_unique<ovtest::Process>();
+    ASSERT_EQ(agent_->Start(argv), 0);
+    ASSERT_TRUE(ovtest::WaitForFile(ready, 20000)) << agent_->Stderr();
     started_ = true;
 }
 
@@ -152,7 +156,7 @@ void AgentTest::StopAgent() {
     // Every request is journaled before its reply goes out, so nothing is
     // lost by ending the agent at once (its clean shutdown has its own tests).
     if (started_) {
-        agent_.Kill();
+        agent_->Kill();
         started_ = false;
     }
 }
@@ -161,16 +165,38 @@ void AgentTest::TearDown() {
     StopAgent();
 }
 
-PdtoolRun AgentTest::PdtoolArgs(const std::vector<std::string> &args) {
+ovtest::EnvOverrides AgentTest::PdtoolEnv() const {
+    return {{"OV_PIPE_DIR", dir_.empty() ? testing::TempDir() + "no_agent" : dir_},
+            {"OV_PIPE_NAME", pipeName_.empty() ? "no_agent_here" : pipeName_}};
+}
+
+std::unique_ptr<ovtest::Process>
+AgentTest::StartPdtool(const std::vector<std::string> &args) const {
     std::vector<std::string> argv = {ovtest::NativePath(OV_PDTOOL_PATH)};
     argv.insert(argv.end(), args.begin(), args.end());
-    ovtest::EnvOverrides env = {
-        {"OV_PIPE_DIR", dir_.empty() ? testing::TempDir() + "no_agent" : dir_},
-        {"OV_PIPE_NAME", pipeName_.empty() ? "no_agent_here" : pipeName_}};
-    ovtest::ProcessResult r = ovtest::RunProcess(argv, kRunTimeoutMs, env);
-    EXPECT_EQ(r.startResult, 0);
-    EXPECT_FALSE(r.timedOut);
-    return PdtoolRun{r.exitStatus, r.out, WithoutLogLines(r.out)};
+    auto p = std::make_unique<ovtest::Process>();
+    EXPECT_EQ(p->Start(argv, PdtoolEnv()), 0);
+    return p;
+}
+
+PdtoolRun AgentTest::RunPdtool(const std::vector<std::string> &args) const {
+    std::vector<std::string> argv = {ovtest::NativePath(OV_PDTOOL_PATH)};
+    argv.insert(argv.end(), args.begin(), args.end());
+    ovtest::ProcessResult r = ovtest::RunProcess(argv, kRunTimeoutMs, PdtoolEnv());
+    PdtoolRun run{r.exitStatus, r.out, WithoutLogLines(r.out), r.startResult == 0 && !r.timedOut};
+    if (!run.finished || run.exitStatus != 0) {
+        run.why = (r.timedOut ? "timed out; " : "") +
+                  (r.startResult != 0 ? "start failed " + std::to_string(r.startResult) + "; "
+                                      : std::string()) +
+                  "stderr: " + r.err;
+    }
+    return run;
+}
+
+PdtoolRun AgentTest::PdtoolArgs(const std::vector<std::string> &args) {
+    PdtoolRun r = RunPdtool(args);
+    EXPECT_TRUE(r.finished) << r.why;
+    return r;
 }
 
 PdtoolRun AgentTest::Pdtool(const char *arg) {
@@ -209,6 +235,9 @@ std::vector<Request> AgentTest::Journal() {
         }
         if (json_object_object_get_ex(obj, "payload", &v) && v != nullptr) {
             r.payloadHex = json_object_get_string(v);
+        }
+        if (json_object_object_get_ex(obj, "fault", &v) && v != nullptr) {
+            r.fault = json_object_get_string(v);
         }
         json_object_put(obj);
         out.push_back(r);

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -20,13 +21,16 @@ struct Request {
     std::string command; ///< "" when the journal has none
     int status = 0;
     std::string payloadHex;
+    std::string fault; ///< the fault agentsim applied ("" for none)
 };
 
 /// What one pdtool run gave.
 struct PdtoolRun {
     int exitStatus = -1;
-    std::string out;     ///< everything on standard output
-    std::string printed; ///< standard output without the time-stamped log lines
+    std::string out;      ///< everything on standard output
+    std::string printed;  ///< standard output without the time-stamped log lines
+    bool finished = true; ///< started, and ended before the time-out
+    std::string why;      ///< when not finished or not 0: what went wrong, standard error
 };
 
 /// The exit status a process reports for a program that returned code.
@@ -63,16 +67,27 @@ class AgentTest : public testing::Test {
     /// Runs pdtool with one argument (or none when arg is nullptr).
     PdtoolRun Pdtool(const char *arg);
     PdtoolRun PdtoolArgs(const std::vector<std::string> &args);
+    /// As PdtoolArgs without test assertions, so worker threads may run it.
+    PdtoolRun RunPdtool(const std::vector<std::string> &args) const;
+    /// Starts pdtool with these arguments and returns at once; the caller
+    /// waits for it (Process::Wait) and reads its output.
+    std::unique_ptr<ovtest::Process> StartPdtool(const std::vector<std::string> &args) const;
     /// The requests the agent has journaled so far.
     std::vector<Request> Journal();
     /// The one request of the test (fails the test when there is not exactly one).
     Request Only();
 
     std::string Name();
+    /// The environment that points pdtool at this test's agent.
+    ovtest::EnvOverrides PdtoolEnv() const;
+    /// The agent's socket directory when set before StartAgent (a test that
+    /// connects to the agent itself uses its own process's one); else a
+    /// private one. Ignored on Windows.
+    std::string pipeDirOverride_;
     std::string dir_;
     std::string pipeName_;
     std::string journal_;
-    ovtest::Process agent_;
+    std::unique_ptr<ovtest::Process> agent_; ///< a new one per start
     bool started_ = false;
 };
 

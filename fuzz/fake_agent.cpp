@@ -1,0 +1,125 @@
+// The single-threaded stand-in agent of the client fuzz targets (POSIX).
+#include "fuzz/fake_agent.h"
+
+#include "imc/conf_client.h"
+#include "imc/flexmsg.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <string>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace ovfuzz {
+
+namespace {
+
+constexpr const char *kName = "fuzz_agent";
+constexpr const wchar_t *kPipeName = L"\\\\.\\pipe\\fuzz_agent";
+
+std::string g_dir;
+std::string g_socketPath;
+
+void RemoveFiles() {
+    unlink(g_socketPath.c_str());
+    rmdir(g_dir.c_str());
+}
+
+[[noreturn]] void SetUpFailed(const char *what) {
+    std::fprintf(stderr, "fake agent: %s: %s\n", what, std::strerror(errno));
+    std::abort();
+}
+
+bool SetNonBlocking(int fd) {
+    int flags = fcntl(fd, F_GETFL);
+    return flags >= 0 && fcntl(fd, F_SETFL, flags | O_NONBLOCK) == 0;
+}
+
+} // namespace
+
+FakeAgent &FakeAgent::Get() {
+    static FakeAgent *agent = new FakeAgent();
+    return *agent;
+}
+
+FakeAgent::FakeAgent() {
+    char dir[] = "/tmp/ovfuzz.XXXXXX";
+    if (mkdtemp(dir) == nullptr) {
+        SetUpFailed("mkdtemp");
+    }
+    g_dir = dir;
+    g_socketPath = g_dir + "/" + kName;
+    std::atexit(RemoveFiles);
+    setenv("OV_PIPE_DIR", dir, 1);
+    OV_ImcConfClientSetPipeName(kPipeName);
+    // Held for the whole run, so the client's start and stop do not register
+    // and unregister the message module every time.
+    if (OV_FlexMsgModuleStart() != 0) {
+        SetUpFailed("message module");
+    }
+
+    listenFd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    if (listenFd_ < 0 || g_socketPath.size() >= sizeof addr.sun_path) {
+        SetUpFailed("socket");
+    }
+    std::memcpy(addr.sun_path, g_socketPath.c_str(), g_socketPath.size() + 1);
+    if (bind(listenFd_, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 ||
+        listen(listenFd_, 8) != 0 || !SetNonBlocking(listenFd_)) {
+        SetUpFailed("listen");
+    }
+}
+
+bool FakeAgent::Begin(const uint8_t *reply, size_t len, size_t *sentOut) {
+    if (OV_ImcConfClientInit() != 0) {
+        return false;
+    }
+    connFd_ = accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (connFd_ < 0) {
+        SetUpFailed("accept");
+    }
+    // What does not fit in the socket buffer is left out: the client then
+    // sees a shorter stream, which is just another input.
+    size_t sent = 0;
+    while (sent < len) {
+        ssize_t n = send(connFd_, reply + sent, len - sent, MSG_NOSIGNAL);
+        if (n <= 0) {
+            break;
+        }
+        sent += static_cast<size_t>(n);
+    }
+    shutdown(connFd_, SHUT_WR);
+    if (sentOut != nullptr) {
+        *sentOut = sent;
+    }
+    return true;
+}
+
+std::vector<uint8_t> FakeAgent::End() {
+    // Sends are complete once the client returns: its bytes are all queued.
+    std::vector<uint8_t> request;
+    uint8_t buf[4096];
+    for (;;) {
+        ssize_t n = recv(connFd_, buf, sizeof buf, 0);
+        if (n <= 0) {
+            break;
+        }
+        request.insert(request.end(), buf, buf + n);
+    }
+    OV_ImcConfClientExit();
+    close(connFd_);
+    connFd_ = -1;
+    // A client that reconnected would wait in the queue: none should.
+    for (int extra; (extra = accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
+        std::fprintf(stderr, "fake agent: the client connected again\n");
+        std::abort();
+    }
+    return request;
+}
+
+} // namespace ovfuzz

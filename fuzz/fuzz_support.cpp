@@ -1,0 +1,75 @@
+// Shared pieces of the fuzz targets: set-up, exact blocks, failure reports.
+#include "fuzz/fuzz_support.h"
+
+#include "agentconf/json_conv.h"
+#include "base/mem.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace ovfuzz {
+
+void Init() {
+    static const bool done = [] {
+        const char *verbose = std::getenv("OV_FUZZ_VERBOSE");
+        if (verbose == nullptr || *verbose == '\0') {
+            int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+            if (null >= 0) {
+                std::fflush(stdout);
+                dup2(null, STDOUT_FILENO);
+                close(null);
+            }
+        }
+        AgentMemModuleRegister();
+        OV_AgentConfLogRegister();
+        return true;
+    }();
+    (void)done;
+}
+
+ExactBlock ExactText(const uint8_t *data, size_t size) {
+    ExactBlock text(size + 1);
+    if (size != 0) {
+        std::memcpy(text.Data(), data, size);
+    }
+    return text;
+}
+
+namespace {
+
+void DumpHex(const char *label, const uint8_t *bytes, size_t len) {
+    std::fprintf(stderr, "%s (%zu bytes):", label, len);
+    for (size_t i = 0; i < len; ++i) {
+        std::fprintf(stderr, "%s%02x", i % 32 == 0 ? "\n  " : "", bytes[i]);
+    }
+    std::fprintf(stderr, "\n");
+}
+
+} // namespace
+
+void Fail(const char *what, const char *detail, const uint8_t *first, const uint8_t *second,
+          size_t len) {
+    std::fprintf(stderr, "\n== fuzz check failed: %s\n", what);
+    if (detail != nullptr) {
+        std::fprintf(stderr, "detail: %s\n", detail);
+    }
+    if (first != nullptr) {
+        DumpHex("first record", first, len);
+    }
+    if (second != nullptr) {
+        DumpHex("second record", second, len);
+        for (size_t i = 0; i < len; ++i) {
+            if (first[i] != second[i]) {
+                std::fprintf(stderr, "first difference at offset %zu: %02x vs %02x\n", i, first[i],
+                             second[i]);
+                break;
+            }
+        }
+    }
+    std::fflush(stderr);
+    std::abort();
+}
+
+} // namespace ovfuzz
