@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -182,7 +183,7 @@ double Percentile(const std::vector<uint32_t> &sorted, double p) {
     if (sorted.empty()) {
         return 0;
     }
-    size_t idx = static_cast<size_t>(p * static_cast<double>(sorted.size() - 1) + 0.5);
+    auto idx = static_cast<size_t>(std::lround(p * static_cast<double>(sorted.size() - 1)));
     return sorted[idx] / 1e3;
 }
 
@@ -198,6 +199,7 @@ int main(int argc, char **argv) {
     const sockaddr_un addr = SocketAddress();
     std::vector<ClientResult> results(static_cast<size_t>(opt.clients));
     std::vector<std::thread> threads;
+    threads.reserve(results.size());
     std::atomic<bool> go{false};
     const auto limit =
         std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(opt.seconds));

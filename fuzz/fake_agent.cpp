@@ -115,7 +115,7 @@ std::vector<uint8_t> FakeAgent::End() {
     close(connFd_);
     connFd_ = -1;
     // A client that reconnected would wait in the queue: none should.
-    for (int extra; (extra = accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
+    if (accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC) >= 0) {
         std::fprintf(stderr, "fake agent: the client connected again\n");
         std::abort();
     }

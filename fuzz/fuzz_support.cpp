@@ -58,7 +58,7 @@ void Fail(const char *what, const char *detail, const uint8_t *first, const uint
     if (first != nullptr) {
         DumpHex("first record", first, len);
     }
-    if (second != nullptr) {
+    if (first != nullptr && second != nullptr) {
         DumpHex("second record", second, len);
         for (size_t i = 0; i < len; ++i) {
             if (first[i] != second[i]) {

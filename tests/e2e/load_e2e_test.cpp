@@ -35,6 +35,7 @@ template <typename Job>
 void RunParallel(int count, Job job) {
     std::atomic<int> next{0};
     std::vector<std::thread> workers;
+    workers.reserve(kWorkers);
     for (int w = 0; w < kWorkers; ++w) {
         workers.emplace_back([&] {
             for (int i = next++; i < count; i = next++) {
