@@ -4,6 +4,7 @@
 
 #include "agentconf/json_conv.h"
 #include "tests/support/capture.h"
+#include "tests/support/record_bytes.h"
 
 #include <gtest/gtest.h>
 
@@ -12,26 +13,8 @@
 
 namespace {
 
-/// The expected record, built from offsets in a zeroed buffer.
-struct Expected {
-    uint8_t bytes[sizeof(AgentGlobalArgConf)] = {};
-    template <typename T>
-    Expected &Put(size_t offset, T value) {
-        std::memcpy(bytes + offset, &value, sizeof value);
-        return *this;
-    }
-};
-
-testing::AssertionResult SameRecord(const AgentGlobalArgConf &conf, const Expected &want) {
-    const auto *got = reinterpret_cast<const uint8_t *>(&conf);
-    for (size_t i = 0; i < sizeof want.bytes; ++i) {
-        if (got[i] != want.bytes[i]) {
-            return testing::AssertionFailure()
-                   << "byte " << i << " is " << int(got[i]) << ", expected " << int(want.bytes[i]);
-        }
-    }
-    return testing::AssertionSuccess();
-}
+using Expected = ovtest::RecordBytes<sizeof(AgentGlobalArgConf)>;
+using ovtest::SameRecord;
 
 Expected Head(uint16_t type, uint16_t lenth) {
     return Expected().Put<uint16_t>(0, type).Put<uint16_t>(2, lenth);

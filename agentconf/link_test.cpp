@@ -4,6 +4,7 @@
 
 #include "agentconf/json_conv.h"
 #include "tests/support/capture.h"
+#include "tests/support/record_bytes.h"
 
 #include <gtest/gtest.h>
 
@@ -12,34 +13,9 @@
 
 namespace {
 
-/// The expected record, built from offsets in a zeroed buffer.
-template <size_t N>
-struct Expected {
-    uint8_t bytes[N] = {};
-    template <typename T>
-    Expected &Put(size_t offset, T value) {
-        std::memcpy(bytes + offset, &value, sizeof value);
-        return *this;
-    }
-    Expected &Bytes(size_t offset, std::initializer_list<uint8_t> values) {
-        std::copy(values.begin(), values.end(), bytes + offset);
-        return *this;
-    }
-};
-using ExpectedLinkIp = Expected<sizeof(AgentLinkIpConf)>;
-using ExpectedLink = Expected<sizeof(AgentLinkConf)>;
-
-template <typename Conf>
-testing::AssertionResult SameRecord(const Conf &conf, const Expected<sizeof(Conf)> &want) {
-    const auto *got = reinterpret_cast<const uint8_t *>(&conf);
-    for (size_t i = 0; i < sizeof want.bytes; ++i) {
-        if (got[i] != want.bytes[i]) {
-            return testing::AssertionFailure()
-                   << "byte " << i << " is " << int(got[i]) << ", expected " << int(want.bytes[i]);
-        }
-    }
-    return testing::AssertionSuccess();
-}
+using ExpectedLinkIp = ovtest::RecordBytes<sizeof(AgentLinkIpConf)>;
+using ExpectedLink = ovtest::RecordBytes<sizeof(AgentLinkConf)>;
+using ovtest::SameRecord;
 
 class LinkConv : public testing::Test {
   protected:

@@ -4,6 +4,7 @@
 
 #include "agentconf/json_conv.h"
 #include "tests/support/capture.h"
+#include "tests/support/record_bytes.h"
 
 #include <gtest/gtest.h>
 
@@ -20,18 +21,7 @@ constexpr size_t kSrc = kMatch + 32;
 constexpr size_t kDst = kMatch + 2336;
 
 /// The expected record, built from offsets in a zeroed buffer.
-struct Expected {
-    std::vector<uint8_t> bytes = std::vector<uint8_t>(sizeof(AgentRuleConf));
-    template <typename T>
-    Expected &Put(size_t offset, T value) {
-        std::memcpy(bytes.data() + offset, &value, sizeof value);
-        return *this;
-    }
-    Expected &Text(size_t offset, const char *text) {
-        std::memcpy(bytes.data() + offset, text, std::strlen(text) + 1);
-        return *this;
-    }
-};
+using Expected = ovtest::RecordBytes<sizeof(AgentRuleConf)>;
 
 /// The base every minimal rule below gives: Zone 1, VpnId 2, Id 3, RuleVer 4.
 Expected MinimalBase() {
@@ -78,14 +68,7 @@ class RuleConv : public testing::Test {
     }
 
     testing::AssertionResult Same(const Expected &want) const {
-        const auto *got = reinterpret_cast<const uint8_t *>(conf.get());
-        for (size_t i = 0; i < want.bytes.size(); ++i) {
-            if (got[i] != want.bytes[i]) {
-                return testing::AssertionFailure() << "byte " << i << " is " << int(got[i])
-                                                   << ", expected " << int(want.bytes[i]);
-            }
-        }
-        return testing::AssertionSuccess();
+        return ovtest::SameRecord(*conf, want);
     }
 
     /// The logged line of a message, with its level, function and text.
