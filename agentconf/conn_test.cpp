@@ -3,6 +3,7 @@
 
 #include "agentconf/json_conv.h"
 #include "tests/support/capture.h"
+#include "tests/support/converter_test.h"
 
 #include <gtest/gtest.h>
 
@@ -78,16 +79,8 @@ Rec MinimalRec() {
     return r;
 }
 
-class ConnConfTest : public testing::Test {
+class ConnConfTest : public ovtest::ConverterTest {
   protected:
-    void SetUp() override {
-        ovtest::StdoutCapture quiet;
-        OV_AgentConfLogRegister();
-    }
-    void TearDown() override {
-        ovtest::StdoutCapture quiet;
-        OV_AgentConfLogUnregister();
-    }
     int32_t Convert(const std::string &text) {
         ovtest::StdoutCapture cap;
         conf = {};

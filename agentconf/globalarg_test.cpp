@@ -4,6 +4,7 @@
 
 #include "agentconf/json_conv.h"
 #include "tests/support/capture.h"
+#include "tests/support/converter_test.h"
 #include "tests/support/record_bytes.h"
 
 #include <gtest/gtest.h>
@@ -20,17 +21,8 @@ Expected Head(uint16_t type, uint16_t lenth) {
     return Expected().Put<uint16_t>(0, type).Put<uint16_t>(2, lenth);
 }
 
-class GlobalArgConv : public testing::Test {
+class GlobalArgConv : public ovtest::ConverterTest {
   protected:
-    void SetUp() override {
-        ovtest::StdoutCapture quiet;
-        OV_AgentConfLogRegister();
-    }
-    void TearDown() override {
-        ovtest::StdoutCapture quiet;
-        OV_AgentConfLogUnregister();
-    }
-
     int32_t Convert(const std::string &text) {
         std::memset(&conf, 0, sizeof conf);
         ovtest::StdoutCapture cap;

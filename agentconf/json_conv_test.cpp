@@ -1,6 +1,7 @@
 #include "agentconf/json_conv.h"
 
 #include "tests/support/capture.h"
+#include "tests/support/converter_test.h"
 
 #include <gtest/gtest.h>
 
@@ -195,17 +196,7 @@ TEST(AddressText, Ipv6AcceptsOneZeroRunAndIpv4Tails) {
     }
 }
 
-class ConfLogTest : public testing::Test {
-  protected:
-    void SetUp() override {
-        ovtest::StdoutCapture quiet;
-        OV_AgentConfLogRegister();
-    }
-    void TearDown() override {
-        ovtest::StdoutCapture quiet;
-        OV_AgentConfLogUnregister();
-    }
-};
+class ConfLogTest : public ovtest::ConverterTest {};
 
 struct Dummy {
     uint32_t a;

@@ -4,6 +4,7 @@
 
 #include "agentconf/json_conv.h"
 #include "tests/support/capture.h"
+#include "tests/support/converter_test.h"
 #include "tests/support/record_bytes.h"
 
 #include <gtest/gtest.h>
@@ -17,17 +18,8 @@ using ExpectedLinkIp = ovtest::RecordBytes<sizeof(AgentLinkIpConf)>;
 using ExpectedLink = ovtest::RecordBytes<sizeof(AgentLinkConf)>;
 using ovtest::SameRecord;
 
-class LinkConv : public testing::Test {
+class LinkConv : public ovtest::ConverterTest {
   protected:
-    void SetUp() override {
-        ovtest::StdoutCapture quiet;
-        OV_AgentConfLogRegister();
-    }
-    void TearDown() override {
-        ovtest::StdoutCapture quiet;
-        OV_AgentConfLogUnregister();
-    }
-
     int32_t ConvertLinkIp(const char *text) {
         std::memset(&linkIp, 0, sizeof linkIp);
         ovtest::StdoutCapture cap;

@@ -4,6 +4,7 @@
 
 #include "agentconf/json_conv.h"
 #include "tests/support/capture.h"
+#include "tests/support/converter_test.h"
 #include "tests/support/record_bytes.h"
 
 #include <gtest/gtest.h>
@@ -16,17 +17,8 @@ namespace {
 using Expected = ovtest::RecordBytes<sizeof(AgentRatelimitConf)>;
 using ovtest::SameRecord;
 
-class RatelimitConv : public testing::Test {
+class RatelimitConv : public ovtest::ConverterTest {
   protected:
-    void SetUp() override {
-        ovtest::StdoutCapture quiet;
-        OV_AgentConfLogRegister();
-    }
-    void TearDown() override {
-        ovtest::StdoutCapture quiet;
-        OV_AgentConfLogUnregister();
-    }
-
     /// Converts text into a zeroed record through the entry; keeps stdout.
     int32_t Convert(const char *text) {
         std::memset(&conf, 0, sizeof conf);

@@ -4,6 +4,7 @@
 
 #include "agentconf/json_conv.h"
 #include "tests/support/capture.h"
+#include "tests/support/converter_test.h"
 #include "tests/support/record_bytes.h"
 
 #include <gtest/gtest.h>
@@ -47,17 +48,8 @@ std::string Repeat(const std::string &item, size_t n) {
     return out + "]";
 }
 
-class RuleConv : public testing::Test {
+class RuleConv : public ovtest::ConverterTest {
   protected:
-    void SetUp() override {
-        ovtest::StdoutCapture quiet;
-        OV_AgentConfLogRegister();
-    }
-    void TearDown() override {
-        ovtest::StdoutCapture quiet;
-        OV_AgentConfLogUnregister();
-    }
-
     /// Converts text into a fresh zeroed record; keeps what was logged.
     int32_t Convert(const std::string &text) {
         conf = std::make_unique<AgentRuleConf>();

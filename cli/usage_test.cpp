@@ -9,6 +9,7 @@
 #include "agentconf/shaper.h"
 #include "cli/cmd.h"
 #include "tests/support/capture.h"
+#include "tests/support/converter_test.h"
 
 #include <gtest/gtest.h>
 
@@ -18,17 +19,7 @@
 
 namespace {
 
-class UsageSamples : public testing::Test {
-  protected:
-    void SetUp() override {
-        ovtest::StdoutCapture quiet;
-        OV_AgentConfLogRegister();
-    }
-    void TearDown() override {
-        ovtest::StdoutCapture quiet;
-        OV_AgentConfLogUnregister();
-    }
-};
+class UsageSamples : public ovtest::ConverterTest {};
 
 template <typename Conf>
 int32_t Convert(int32_t (*convert)(Conf *, const char *), const char *text) {
