@@ -6,7 +6,6 @@
 #include "base/mem.h"
 #include "cli/cmd.h"
 #include "cli/handlers.h"
-#include "cli/kvscan.h"
 #include "imc/conf_client.h"
 
 #include <cstdarg>
@@ -85,19 +84,14 @@ int32_t CmdShaperGet(const char *arg, char *out, uint32_t outLen, uint16_t /*id*
         PrintOut("Invalid arg(null), require shaperId\n");
         return -22;
     }
-    int32_t shaperId = 0;
-    if (!KvNumberAfter(arg, "shaperId=", &shaperId)) {
-        PrintOut("Missing expected args shaperId\n");
-        return -22;
-    }
-    if (shaperId < 0 || shaperId > 255) {
-        PrintOut("shaperId = %d invalid.\n", shaperId);
+    uint8_t shaperId = 0;
+    if (!ShaperIdArg(arg, &shaperId)) {
         return -22;
     }
     // One buffer is both the request and the reply.
     AgentShaperConf conf;
     std::memset(&conf, 0, sizeof conf);
-    conf.shaperId = static_cast<uint8_t>(shaperId);
+    conf.shaperId = shaperId;
     int32_t ret =
         OV_ImcConfGet(kModuleShaper, kFuncShaperGet, &conf, sizeof conf, &conf, sizeof conf);
     if (ret < 0) {

@@ -239,19 +239,28 @@ int32_t CmdShaperDel(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint1
     if (NullArg(arg)) {
         return -22;
     }
-    int32_t shaperId = 0;
-    if (!KvNumberAfter(arg, "shaperId=", &shaperId)) {
-        PrintOut("Missing expected args shaperId\n");
-        return -22;
-    }
-    if (shaperId < 0 || shaperId > 255) {
-        PrintOut("shaperId = %d invalid.\n", shaperId);
+    uint8_t shaperId = 0;
+    if (!ShaperIdArg(arg, &shaperId)) {
         return -22;
     }
     AgentShaperConf conf;
     std::memset(&conf, 0, sizeof conf);
-    conf.shaperId = static_cast<uint8_t>(shaperId);
+    conf.shaperId = shaperId;
     return OV_ImcConfSet(kModuleShaper, kFuncDel, &conf, sizeof conf);
+}
+
+bool ShaperIdArg(const char *arg, uint8_t *id) {
+    int32_t shaperId = 0;
+    if (!KvNumberAfter(arg, "shaperId=", &shaperId)) {
+        PrintOut("Missing expected args shaperId\n");
+        return false;
+    }
+    if (shaperId < 0 || shaperId > 255) {
+        PrintOut("shaperId = %d invalid.\n", shaperId);
+        return false;
+    }
+    *id = static_cast<uint8_t>(shaperId);
+    return true;
 }
 
 int32_t CmdRatelimitDel(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint16_t /*id*/) {

@@ -27,3 +27,8 @@ int32_t CmdEngineParamSet(const char *arg, char *out, uint32_t outLen, uint16_t 
 int32_t CmdShaperGet(const char *arg, char *out, uint32_t outLen, uint16_t id);
 int32_t CmdShaperTblGet(const char *arg, char *out, uint32_t outLen, uint16_t id);
 int32_t CmdSaClusterGet(const char *arg, char *out, uint32_t outLen, uint16_t id);
+
+// Shared by the shaper delete and get: the id is the number after the first
+// "shaperId=". Prints the refusal and returns false when the key is missing
+// or the number lies outside 0..255.
+bool ShaperIdArg(const char *arg, uint8_t *id);
