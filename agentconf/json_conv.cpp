@@ -3,6 +3,7 @@
 
 #include "base/errors.h"
 #include "base/flexlog.h"
+#include "base/heap.h"
 
 #include <cerrno>
 #include <climits>
@@ -11,35 +12,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <string>
 
 namespace {
 
-// One formatted message: on the stack unless it is long (the entry logs the
-// whole JSON text), so the common short notice costs no allocation.
-class ConfMsg {
-  public:
-    ConfMsg(const char *fmt, va_list ap) {
-        va_list copy;
-        va_copy(copy, ap);
-        int n = std::vsnprintf(buf_, sizeof buf_, fmt, copy);
-        va_end(copy);
-        if (n < 0) {
-            buf_[0] = '\0';
-        } else if (static_cast<size_t>(n) >= sizeof buf_) {
-            heap_.assign(static_cast<size_t>(n) + 1, '\0');
-            std::vsnprintf(heap_.data(), heap_.size(), fmt, ap);
-            heap_.resize(static_cast<size_t>(n));
-        }
-    }
-    ConfMsg(const ConfMsg &) = delete;
-    ConfMsg &operator=(const ConfMsg &) = delete;
-    const char *c_str() const { return heap_.empty() ? buf_ : heap_.c_str(); }
-
-  private:
-    char buf_[512];
-    std::string heap_;
-};
+// One formatted message: inline unless it is long (the entry logs the whole
+// JSON text), so the common short notice costs no allocation.
+using ConfMsg = OV_FormattedText;
 
 const char *LevelPrefix(uint32_t level) {
     static constexpr const char *kPrefixes[] = {
@@ -413,11 +391,15 @@ int32_t ConfJsonEntry(OV_ConfSite site, const char *kind, const char *text,
     if (OV_LogModuleShouldLog(OV_LOG_MODULE_AGENTCONF, OV_LOG_INFO, false)) {
         // Put together rather than formatted: the text can be long, and
         // printf is slow to measure long output.
-        std::string line;
-        line.reserve(std::strlen(shown) + 32);
-        line.append("agent ").append(kind).append(" conf json = ").append(shown).append(" \n");
-        OV_LogModuleMsg(OV_LOG_MODULE_AGENTCONF, OV_LOG_INFO, false, site.func, site.line, "%s",
-                        line.c_str());
+        size_t len = 0;
+        OV_CPtr<char> line = OV_JoinText({"agent ", kind, " conf json = ", shown, " \n"}, &len);
+        if (line != nullptr) {
+            OV_LogModuleMsg(OV_LOG_MODULE_AGENTCONF, OV_LOG_INFO, false, site.func, site.line, "%s",
+                            line.get());
+        } else {
+            OV_LogModuleMsg(OV_LOG_MODULE_AGENTCONF, OV_LOG_INFO, false, site.func, site.line,
+                            "agent %s conf json = %s \n", kind, shown);
+        }
     }
     OV_JsonPtr root(text != nullptr ? json_tokener_parse(text) : nullptr);
     if (root == nullptr) {

@@ -1,42 +1,93 @@
 // Time-stamped logging, rotating log files and log modules.
 #include "base/log.h"
 
+#include "base/heap.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
-#include <string>
+#include <string_view>
 
 namespace {
 
-// Formats into a std::string; the text of a line can be of any length (a
-// converter logs the whole JSON argument).
-std::string FormatV(const char *fmt, va_list ap) {
-    char stackBuf[512];
-    va_list copy;
-    va_copy(copy, ap);
-    int n = std::vsnprintf(stackBuf, sizeof stackBuf, fmt, copy);
-    va_end(copy);
-    if (n < 0) {
-        return {};
-    }
-    if (static_cast<size_t>(n) < sizeof stackBuf) {
-        return std::string(stackBuf, static_cast<size_t>(n));
-    }
-    std::string out(static_cast<size_t>(n) + 1, '\0');
-    std::vsnprintf(out.data(), out.size(), fmt, ap);
-    out.resize(static_cast<size_t>(n));
-    return out;
+// The two table locks, made ready on first use (see InitLocks).
+OV_Once g_locksOnce;
+OV_CritSec g_slotTableLock;
+OV_CritSec g_logModuleLock;
+
+void InitLocks() {
+    OV_CritSecInit(&g_slotTableLock, 0);
+    OV_CritSecInit(&g_logModuleLock, 0);
+}
+
+OV_CritSec *SlotTableLock() {
+    OV_RunOnce(&g_locksOnce, InitLocks);
+    return &g_slotTableLock;
+}
+
+OV_CritSec *LogModuleLock() {
+    OV_RunOnce(&g_locksOnce, InitLocks);
+    return &g_logModuleLock;
 }
 
 void (*g_timeSource)(OV_LocalTime *) = nullptr;
 
-// "[yyyy/mm/dd_hh:mm:ss.mmm]" is 25 characters.
-constexpr size_t kStampLen = 25;
 constexpr size_t kLineBufLen = 1024;
 
-// Writes the time stamp into buf (at least kStampLen + 1 bytes); returns its length.
+// A line put together by hand in a bounded buffer. The time stamp and a
+// module line's head are written for every line; formatting them with
+// snprintf took a quarter of a whole pdtool run's instructions.
+class LineBuilder {
+  public:
+    LineBuilder(char *buf, size_t size) : buf_(buf), size_(size) {}
+
+    void Put(std::string_view text) {
+        if (text.size() > size_ - len_) {
+            full_ = true;
+            return;
+        }
+        std::memcpy(buf_ + len_, text.data(), text.size());
+        len_ += text.size();
+    }
+    void Put(char c) { Put(std::string_view(&c, 1)); }
+    // Decimal, zero-padded to at least width digits, as "%0*u" prints it.
+    void PutUnsigned(unsigned value, size_t width) {
+        char digits[16];
+        size_t n = 0;
+        do {
+            digits[n++] = static_cast<char>('0' + value % 10);
+            value /= 10;
+        } while (value != 0);
+        while (n < width && n < sizeof digits) {
+            digits[n++] = '0';
+        }
+        char text[16];
+        for (size_t i = 0; i < n; ++i) {
+            text[i] = digits[n - 1 - i];
+        }
+        Put(std::string_view(text, n));
+    }
+    void PutInt(int value) {
+        if (value < 0) {
+            Put('-');
+        }
+        PutUnsigned(value < 0 ? 0u - static_cast<unsigned>(value) : static_cast<unsigned>(value),
+                    1);
+    }
+
+    size_t size() const { return len_; }
+    bool full() const { return full_; }
+
+  private:
+    char *buf_;
+    size_t size_;
+    size_t len_ = 0;
+    bool full_ = false;
+};
+
+// Writes "[yyyy/mm/dd_hh:mm:ss.mmm]" and a NUL into buf (cut to fit size,
+// which is at least 1); returns its length.
 size_t FormatStamp(char *buf, size_t size) {
     OV_LocalTime t{};
     if (g_timeSource != nullptr) {
@@ -44,14 +95,27 @@ size_t FormatStamp(char *buf, size_t size) {
     } else {
         OV_GetLocalTime(&t);
     }
-    int n = std::snprintf(buf, size, "[%04d/%02d/%02d_%02d:%02d:%02d.%03d]", t.year, t.month, t.day,
-                          t.hour, t.minute, t.second, t.milliseconds);
-    return n < 0 ? 0 : std::min(static_cast<size_t>(n), size - 1);
-}
-
-std::string TimeStamp() {
-    char buf[64];
-    return std::string(buf, FormatStamp(buf, sizeof buf));
+    char stamp[64]; // seven fields of at most 5 digits and 8 separators
+    LineBuilder b(stamp, sizeof stamp);
+    b.Put('[');
+    b.PutUnsigned(t.year, 4);
+    b.Put('/');
+    b.PutUnsigned(t.month, 2);
+    b.Put('/');
+    b.PutUnsigned(t.day, 2);
+    b.Put('_');
+    b.PutUnsigned(t.hour, 2);
+    b.Put(':');
+    b.PutUnsigned(t.minute, 2);
+    b.Put(':');
+    b.PutUnsigned(t.second, 2);
+    b.Put('.');
+    b.PutUnsigned(t.milliseconds, 3);
+    b.Put(']');
+    size_t len = std::min(b.size(), size - 1);
+    std::memcpy(buf, stamp, len);
+    buf[len] = '\0';
+    return len;
 }
 
 // Standard output is flushed after every line unless the program asked for
@@ -73,7 +137,6 @@ struct LogFileSlot {
 };
 
 LogFileSlot g_slots[OV_LOG_FILE_MAX];
-std::mutex g_slotTableLock;
 int32_t g_defaultIndex = -1;
 
 bool SlotTaken(int32_t index) {
@@ -150,32 +213,53 @@ int WriteLine(int32_t index, const char *line, size_t len) {
     return static_cast<int>(n);
 }
 
-// The line OV_LogModuleStdOutput would write for a module message, built
-// with one small format for the head and a copy of the text: the text may be
-// a whole JSON argument, and printf is slow to measure long output. Returns
-// false (nothing written) when the head does not fit its buffer.
+// The line OV_LogModuleStdOutput would write for a module message, put
+// together by hand rather than formatted: the text may be a whole JSON
+// argument, and printf is slow to measure long output. Returns false
+// (nothing written) when the head does not fit its buffer.
 bool WriteModuleLine(const char *prefix, const char *name, const char *func, int line,
                      const char *text) {
     char buf[kLineBufLen];
-    size_t len = FormatStamp(buf, sizeof buf);
-    // The context between ">" and "[" is empty.
-    int head =
-        std::snprintf(buf + len, sizeof buf - len, "<%s%s>[%s:%d] ", prefix, name, func, line);
-    if (head < 0 || static_cast<size_t>(head) >= sizeof buf - len) {
+    size_t stampLen = FormatStamp(buf, sizeof buf);
+    // "<%s%s>[%s:%d] ": the context between ">" and "[" is empty.
+    LineBuilder head(buf + stampLen, sizeof buf - stampLen - 1);
+    head.Put('<');
+    head.Put(prefix);
+    head.Put(name);
+    head.Put(">[");
+    head.Put(func);
+    head.Put(':');
+    head.PutInt(line);
+    head.Put("] ");
+    if (head.full()) {
         return false;
     }
-    len += static_cast<size_t>(head);
+    size_t len = stampLen + head.size();
     size_t textLen = std::strlen(text);
     if (textLen < sizeof buf - len) {
         std::memcpy(buf + len, text, textLen);
         WriteLine(g_defaultIndex, buf, len + textLen);
         return true;
     }
-    std::string whole;
-    whole.reserve(len + textLen);
-    whole.append(buf, len).append(text, textLen);
-    WriteLine(g_defaultIndex, whole.data(), whole.size());
+    size_t wholeLen = 0;
+    OV_CPtr<char> whole = OV_JoinText({{buf, len}, {text, textLen}}, &wholeLen);
+    if (whole == nullptr) {
+        return false; // the caller's formatting path shortens it instead
+    }
+    WriteLine(g_defaultIndex, whole.get(), wholeLen);
     return true;
+}
+
+// One module message to its output: the standard one writes the line itself.
+void EmitModuleLine(OV_LogOutputFunc output, uint32_t level, const char *prefix, const char *name,
+                    const char *func, int line, const char *text) {
+    if (text == nullptr) {
+        text = "(null)"; // what printf shows for it
+    }
+    if (output == OV_LogModuleStdOutput && WriteModuleLine(prefix, name, func, line, text)) {
+        return;
+    }
+    output(level, "<%s%s>%s[%s:%d] %s", prefix, name, "", func, line, text);
 }
 
 LogFileSlot *SlotFor(int32_t index) {
@@ -202,7 +286,6 @@ struct LogModule {
 };
 
 LogModule g_logModules[OV_LOG_MODULE_MAX];
-std::mutex g_logModuleLock;
 
 constexpr const char *kLevelNames[] = {"Trace", "Debug", "Info", "Warning", "Error", "Crit"};
 
@@ -249,10 +332,15 @@ int OV_LogV(const char *fmt, va_list ap) {
     if (static_cast<size_t>(n) < sizeof buf - stampLen) {
         return WriteLine(g_defaultIndex, buf, stampLen + static_cast<size_t>(n));
     }
-    std::string line(stampLen + static_cast<size_t>(n) + 1, '\0');
-    std::memcpy(line.data(), buf, stampLen);
-    std::vsnprintf(line.data() + stampLen, static_cast<size_t>(n) + 1, fmt, ap);
-    return WriteLine(g_defaultIndex, line.data(), stampLen + static_cast<size_t>(n));
+    size_t len = stampLen + static_cast<size_t>(n);
+    OV_CPtr<char> line(static_cast<char *>(std::malloc(len + 1)));
+    if (line == nullptr) {
+        // Memory is short: the line as far as the stack buffer holds it.
+        return WriteLine(g_defaultIndex, buf, sizeof buf - 1);
+    }
+    std::memcpy(line.get(), buf, stampLen);
+    std::vsnprintf(line.get() + stampLen, static_cast<size_t>(n) + 1, fmt, ap);
+    return WriteLine(g_defaultIndex, line.get(), len);
 }
 
 void OV_LogSetFlushEachLine(bool on) {
@@ -275,7 +363,7 @@ int32_t OV_LogFileOpen(const char *path, uint32_t pathLen) {
     if (path == nullptr || pathLen >= OV_LOG_PATH_LEN) {
         return -22;
     }
-    std::lock_guard<std::mutex> guard(g_slotTableLock);
+    OV_CritSecGuard guard(SlotTableLock());
     int32_t index = -1;
     for (int32_t i = 0; i < OV_LOG_FILE_MAX; ++i) {
         if (g_slots[i].stream == nullptr) {
@@ -316,8 +404,11 @@ int32_t OV_LogFileOpen(const char *path, uint32_t pathLen) {
     s.stream = f;
     s.opened = 1;
     OV_CritSecEnter(&s.lock);
-    std::string start = TimeStamp() + "log start...\n\n";
-    WriteToSlot(s, start.data(), start.size());
+    constexpr std::string_view kStart = "log start...\n\n";
+    char start[64];
+    size_t len = FormatStamp(start, sizeof start - kStart.size());
+    std::memcpy(start + len, kStart.data(), kStart.size());
+    WriteToSlot(s, start, len + kStart.size());
     OV_CritSecLeave(&s.lock);
     return index;
 }
@@ -344,7 +435,7 @@ int32_t OV_LogDefaultFileOpen(const char *path, uint32_t pathLen) {
 }
 
 void OV_LogFileClose(int32_t index) {
-    std::lock_guard<std::mutex> guard(g_slotTableLock);
+    OV_CritSecGuard guard(SlotTableLock());
     LogFileSlot *s = SlotFor(index);
     if (s == nullptr) {
         return;
@@ -464,7 +555,7 @@ int32_t OV_LogModuleRegister(uint32_t id, const char *name, uint32_t level, uint
         return -22;
     }
     {
-        std::lock_guard<std::mutex> guard(g_logModuleLock);
+        OV_CritSecGuard guard(LogModuleLock());
         LogModule &m = g_logModules[id];
         if (m.registered) {
             return -17;
@@ -490,7 +581,7 @@ void OV_LogModuleUnregister(uint32_t id) {
     }
     char name[32];
     {
-        std::lock_guard<std::mutex> guard(g_logModuleLock);
+        OV_CritSecGuard guard(LogModuleLock());
         LogModule &m = g_logModules[id];
         if (!m.registered) {
             return;
@@ -505,7 +596,7 @@ int32_t OV_LogModuleSetOutput(uint32_t id, OV_LogOutputFunc output, OV_LogPrefix
     if (id >= OV_LOG_MODULE_MAX) {
         return -22;
     }
-    std::lock_guard<std::mutex> guard(g_logModuleLock);
+    OV_CritSecGuard guard(LogModuleLock());
     LogModule &m = g_logModules[id];
     if (!m.registered) {
         return -22;
@@ -526,7 +617,7 @@ bool OV_LogModuleShouldLog(uint32_t id, uint32_t level, bool rateLimit) {
     if (id >= OV_LOG_MODULE_MAX) {
         return false;
     }
-    std::lock_guard<std::mutex> guard(g_logModuleLock);
+    OV_CritSecGuard guard(LogModuleLock());
     LogModule &m = g_logModules[id];
     if (!m.registered || level < m.level) {
         return false;
@@ -543,7 +634,7 @@ void OV_LogModuleMsg(uint32_t id, uint32_t level, bool rateLimit, const char *fu
     const char *prefix;
     char name[32];
     {
-        std::lock_guard<std::mutex> guard(g_logModuleLock);
+        OV_CritSecGuard guard(LogModuleLock());
         const LogModule &m = g_logModules[id];
         output = m.output;
         prefix = m.prefix != nullptr ? m.prefix(level) : "";
@@ -556,20 +647,13 @@ void OV_LogModuleMsg(uint32_t id, uint32_t level, bool rateLimit, const char *fu
     va_start(ap, fmt);
     // Most callers hand over a finished message with "%s": it is used as it
     // is rather than copied through another formatting pass.
-    const char *text = nullptr;
-    std::string formatted;
     if (fmt[0] == '%' && fmt[1] == 's' && fmt[2] == '\0') {
-        text = va_arg(ap, const char *);
-    } else {
-        formatted = FormatV(fmt, ap);
-        text = formatted.c_str();
-    }
-    va_end(ap);
-    if (text == nullptr) {
-        text = "(null)"; // what printf shows for it
-    }
-    if (output == OV_LogModuleStdOutput && WriteModuleLine(prefix, name, func, line, text)) {
+        const char *text = va_arg(ap, const char *);
+        va_end(ap);
+        EmitModuleLine(output, level, prefix, name, func, line, text);
         return;
     }
-    output(level, "<%s%s>%s[%s:%d] %s", prefix, name, "", func, line, text);
+    OV_FormattedText formatted(fmt, ap);
+    va_end(ap);
+    EmitModuleLine(output, level, prefix, name, func, line, formatted.c_str());
 }

@@ -45,6 +45,31 @@ TEST(Log, PlainLineIsTimeStampedWithoutSeparator) {
     EXPECT_EQ(n, static_cast<int>(out.size()));
 }
 
+// The stamp is written by hand: each field as "%0Nd" prints it, including
+// values wider than the field and the largest a field can hold.
+TEST(Log, TimeStampFieldsArePaddedAndNeverCut) {
+    struct Case {
+        OV_LocalTime t;
+        const char *stamp;
+    };
+    const Case cases[] = {
+        {{2026, 1, 2, 3, 4, 5, 6}, "[2026/01/02_03:04:05.006]"},
+        {{0, 0, 0, 0, 0, 0, 0}, "[0000/00/00_00:00:00.000]"},
+        {{999, 12, 31, 23, 59, 59, 999}, "[0999/12/31_23:59:59.999]"},
+        {{65535, 65535, 100, 65535, 65535, 65535, 65535},
+         "[65535/65535/100_65535:65535:65535.65535]"},
+    };
+    static OV_LocalTime current;
+    for (const Case &c : cases) {
+        current = c.t;
+        testing::internal::CaptureStdout();
+        OV_LogSetTimeSource([](OV_LocalTime *t) { *t = current; });
+        OV_Log("x\n");
+        OV_LogSetTimeSource(nullptr);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), std::string(c.stamp) + "x\n");
+    }
+}
+
 TEST(Log, LongMessagesAreWrittenWhole) {
     StdoutCapture cap;
     std::string big(5000, 'j');

@@ -14,7 +14,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <mutex>
 
 namespace {
 
@@ -40,8 +39,16 @@ struct ModuleEntry {
 };
 
 ModuleEntry g_modules[OV_MEM_MODULE_MAX];
+// Entries at and past this index have never been registered. A search
+// stops here, so a program with two modules reads two entries rather than
+// the whole 30 KB table (every page of it would be faulted in).
+int32_t g_tableEnd = 0;
 OV_Mutex *g_tableMutex = nullptr;
-std::once_flag g_tableMutexOnce;
+OV_Once g_tableMutexOnce;
+
+void CreateTableMutex() {
+    g_tableMutex = OV_MutexCreate();
+}
 
 enum class Family { Plain, Vmem };
 
@@ -169,11 +176,11 @@ int32_t MemModuleRegister(const char *name, uint32_t length) {
     if (name == nullptr || length == 0 || length >= OV_MEM_NAME_LEN) {
         return -22;
     }
-    std::call_once(g_tableMutexOnce, [] { g_tableMutex = OV_MutexCreate(); });
+    OV_RunOnce(&g_tableMutexOnce, CreateTableMutex);
     OV_FATAL_ASSERT(OV_MutexLock(g_tableMutex));
     int32_t result = -22;
     int32_t firstFree = -1;
-    for (int32_t i = 0; i < OV_MEM_MODULE_MAX; ++i) {
+    for (int32_t i = 0; i < g_tableEnd; ++i) {
         ModuleEntry &m = g_modules[i];
         if ((m.flags & kFlagRegistered) == 0) {
             if (firstFree < 0) {
@@ -185,6 +192,9 @@ int32_t MemModuleRegister(const char *name, uint32_t length) {
             result = i;
             break;
         }
+    }
+    if (result < 0 && firstFree < 0 && g_tableEnd < OV_MEM_MODULE_MAX) {
+        firstFree = g_tableEnd++;
     }
     if (result < 0 && firstFree >= 0) {
         ModuleEntry &m = g_modules[firstFree];
@@ -202,7 +212,7 @@ int32_t MemModuleRegister(const char *name, uint32_t length) {
 }
 
 void MemModuleUnregister(int32_t index) {
-    std::call_once(g_tableMutexOnce, [] { g_tableMutex = OV_MutexCreate(); });
+    OV_RunOnce(&g_tableMutexOnce, CreateTableMutex);
     OV_FATAL_ASSERT(OV_MutexLock(g_tableMutex));
     if (IndexValid(index)) {
         ModuleEntry &m = g_modules[index];

@@ -165,6 +165,28 @@ TEST(MemModule, NamesUpTo31BytesRegisterAndSameNameGivesSameIndex) {
               std::string::npos);
 }
 
+TEST(MemModule, LowestFreedIndexIsReusedBeforeAFreshOne) {
+    StdoutCapture cap;
+    int32_t a = MemModuleRegister("reuse_a", 7);
+    int32_t b = MemModuleRegister("reuse_b", 7);
+    int32_t c = MemModuleRegister("reuse_c", 7);
+    ASSERT_GE(a, 0);
+    EXPECT_LT(a, b); // each took the lowest free index then
+    EXPECT_LT(b, c);
+    MemModuleUnregister(b);
+    MemModuleUnregister(a);
+    EXPECT_EQ(MemModuleRegister("reuse_d", 7), a);
+    EXPECT_EQ(MemModuleRegister("reuse_e", 7), b);
+    int32_t f = MemModuleRegister("reuse_f", 7);
+    EXPECT_GT(f, c);
+    // A registered name past a freed entry is still found, not registered twice.
+    MemModuleUnregister(a);
+    EXPECT_EQ(MemModuleRegister("reuse_c", 7), c);
+    for (int32_t idx : {b, c, f}) {
+        MemModuleUnregister(idx);
+    }
+}
+
 TEST(MemModule, TableHolds256ModulesAndThe257thFailsWithSuccessLine) {
     StdoutCapture cap;
     std::vector<int32_t> taken;

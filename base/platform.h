@@ -27,6 +27,28 @@ bool OV_CritSecInit(OV_CritSec *cs, uint32_t spinCount);
 void OV_CritSecEnter(OV_CritSec *cs);
 void OV_CritSecLeave(OV_CritSec *cs);
 
+/// Holds a critical section for the guard's scope.
+class OV_CritSecGuard {
+  public:
+    explicit OV_CritSecGuard(OV_CritSec *cs) : cs_(cs) { OV_CritSecEnter(cs_); }
+    ~OV_CritSecGuard() { OV_CritSecLeave(cs_); }
+    OV_CritSecGuard(const OV_CritSecGuard &) = delete;
+    OV_CritSecGuard &operator=(const OV_CritSecGuard &) = delete;
+
+  private:
+    OV_CritSec *cs_;
+};
+
+/// A one-time initialisation flag for static storage. Zero-initialised
+/// storage is the "not yet run" state, so it is ready before any constructor
+/// runs. The product code links no C++ runtime, so this replaces
+/// std::call_once.
+struct OV_Once {
+    alignas(8) unsigned char opaque[8];
+};
+/// Runs init exactly once per flag; concurrent callers wait until it is done.
+void OV_RunOnce(OV_Once *once, void (*init)());
+
 /// Wall-clock local time with milliseconds.
 struct OV_LocalTime {
     uint16_t year;

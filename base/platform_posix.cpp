@@ -3,8 +3,8 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
-#include <new>
 #include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,7 +14,7 @@ struct OV_Mutex {
 };
 
 OV_Mutex *OV_MutexCreate() {
-    auto *m = new (std::nothrow) OV_Mutex;
+    auto *m = static_cast<OV_Mutex *>(std::malloc(sizeof(OV_Mutex)));
     if (m == nullptr) {
         return nullptr;
     }
@@ -25,7 +25,7 @@ OV_Mutex *OV_MutexCreate() {
     int rc = pthread_mutex_init(&m->mutex, &attr);
     pthread_mutexattr_destroy(&attr);
     if (rc != 0) {
-        delete m;
+        std::free(m);
         return nullptr;
     }
     return m;
@@ -44,7 +44,7 @@ bool OV_MutexClose(OV_Mutex *mutex) {
         return false;
     }
     bool ok = pthread_mutex_destroy(&mutex->mutex) == 0;
-    delete mutex;
+    std::free(mutex);
     return ok;
 }
 
@@ -65,6 +65,15 @@ void OV_CritSecEnter(OV_CritSec *cs) {
 
 void OV_CritSecLeave(OV_CritSec *cs) {
     pthread_mutex_unlock(AsMutex(cs));
+}
+
+// glibc's PTHREAD_ONCE_INIT is the integer 0: zeroed storage is a fresh flag.
+static_assert(PTHREAD_ONCE_INIT == 0);
+static_assert(sizeof(pthread_once_t) <= sizeof(OV_Once::opaque));
+static_assert(alignof(pthread_once_t) <= 8);
+
+void OV_RunOnce(OV_Once *once, void (*init)()) {
+    OV_FATAL_ASSERT(pthread_once(reinterpret_cast<pthread_once_t *>(once->opaque), init) == 0);
 }
 
 void OV_GetLocalTime(OV_LocalTime *out) {

@@ -4,9 +4,9 @@
 #include "base/win32.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <fcntl.h>
 #include <io.h>
-#include <new>
 
 struct OV_Mutex {
     HANDLE handle;
@@ -17,10 +17,12 @@ OV_Mutex *OV_MutexCreate() {
     if (h == nullptr) {
         return nullptr;
     }
-    auto *m = new (std::nothrow) OV_Mutex{h};
+    auto *m = static_cast<OV_Mutex *>(std::malloc(sizeof(OV_Mutex)));
     if (m == nullptr) {
         CloseHandle(h);
+        return nullptr;
     }
+    m->handle = h;
     return m;
 }
 
@@ -41,7 +43,7 @@ bool OV_MutexClose(OV_Mutex *mutex) {
         return false;
     }
     bool ok = CloseHandle(mutex->handle) != FALSE;
-    delete mutex;
+    std::free(mutex);
     return ok;
 }
 
@@ -62,6 +64,29 @@ void OV_CritSecEnter(OV_CritSec *cs) {
 
 void OV_CritSecLeave(OV_CritSec *cs) {
     LeaveCriticalSection(AsCs(cs));
+}
+
+// INIT_ONCE_STATIC_INIT is all zeros: zeroed storage is a fresh flag.
+static_assert(sizeof(INIT_ONCE) <= sizeof(OV_Once::opaque));
+static_assert(alignof(INIT_ONCE) <= 8);
+
+namespace {
+
+struct OnceCall {
+    void (*init)();
+};
+
+BOOL CALLBACK RunOnceThunk(PINIT_ONCE /*once*/, PVOID param, PVOID * /*context*/) {
+    static_cast<OnceCall *>(param)->init();
+    return TRUE;
+}
+
+} // namespace
+
+void OV_RunOnce(OV_Once *once, void (*init)()) {
+    OnceCall call{init};
+    OV_FATAL_ASSERT(InitOnceExecuteOnce(reinterpret_cast<PINIT_ONCE>(once->opaque), RunOnceThunk,
+                                        &call, nullptr) != FALSE);
 }
 
 void OV_GetLocalTime(OV_LocalTime *out) {

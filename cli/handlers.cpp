@@ -15,7 +15,7 @@
 #include "imc/conf_client.h"
 
 #include <cstring>
-#include <memory>
+#include <initializer_list>
 
 namespace {
 
@@ -64,15 +64,15 @@ int32_t ConvertAndSend(const char *arg, int32_t (*convert)(Conf *, const char *)
     if (NullArg(arg)) {
         return -22;
     }
-    // The rule record is 17.5 KB: keep records off the stack.
-    auto conf = std::make_unique<Conf>();
-    std::memset(conf.get(), 0, sizeof(Conf));
-    int32_t ret = convert(conf.get(), arg);
+    // The record lives here, zeroed in full; the largest (a rule) is 17.5 KB.
+    Conf conf;
+    std::memset(&conf, 0, sizeof conf);
+    int32_t ret = convert(&conf, arg);
     if (ret < 0) {
         PrintOut("%s", failLine);
         return ret;
     }
-    return OV_ImcConfSet(module, func, conf.get(), sizeof(Conf));
+    return OV_ImcConfSet(module, func, &conf, sizeof conf);
 }
 
 } // namespace
@@ -163,11 +163,11 @@ int32_t CmdRuleDel(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint16_
     uint32_t ruleId = 0;
     const KvScanTarget targets[] = {{&zone, nullptr, 0}, {&ruleId, nullptr, 0}};
     KvScan(arg, "zone=%u id=%u", targets, 2);
-    auto conf = std::make_unique<AgentRuleConf>();
-    std::memset(conf.get(), 0, sizeof(AgentRuleConf));
-    conf->base.zone = static_cast<uint8_t>(zone);
-    conf->base.id = ruleId;
-    return OV_ImcConfSet(kModuleRule, id, conf.get(), sizeof(AgentRuleConf));
+    AgentRuleConf conf;
+    std::memset(&conf, 0, sizeof conf);
+    conf.base.zone = static_cast<uint8_t>(zone);
+    conf.base.id = ruleId;
+    return OV_ImcConfSet(kModuleRule, id, &conf, sizeof conf);
 }
 
 int32_t CmdLinkIpDel(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint16_t id) {
@@ -226,13 +226,13 @@ int32_t CmdConnDel(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint16_
     uint32_t vni = 0;
     const KvScanTarget targets[] = {{&netId, nullptr, 0}, {&label, nullptr, 0}, {&vni, nullptr, 0}};
     KvScan(arg, "netid=%u label=%u vni=%u", targets, 3);
-    auto conf = std::make_unique<AgentConnConf>();
-    std::memset(conf.get(), 0, sizeof(AgentConnConf));
-    conf->labelVniNetId = ((netId & OV_CONN_NETID_MASK) << OV_CONN_NETID_SHIFT) |
-                          ((vni & OV_CONN_VNI_MASK) << OV_CONN_VNI_SHIFT) |
-                          ((label & OV_CONN_LABEL_MASK) << OV_CONN_LABEL_SHIFT);
-    conf->timeStamp = -1; // all ones marks a delete
-    return OV_ImcConfSet(kModuleConn, kFuncTunnelDel, conf.get(), sizeof(AgentConnConf));
+    AgentConnConf conf;
+    std::memset(&conf, 0, sizeof conf);
+    conf.labelVniNetId = ((netId & OV_CONN_NETID_MASK) << OV_CONN_NETID_SHIFT) |
+                         ((vni & OV_CONN_VNI_MASK) << OV_CONN_VNI_SHIFT) |
+                         ((label & OV_CONN_LABEL_MASK) << OV_CONN_LABEL_SHIFT);
+    conf.timeStamp = -1; // all ones marks a delete
+    return OV_ImcConfSet(kModuleConn, kFuncTunnelDel, &conf, sizeof conf);
 }
 
 int32_t CmdShaperDel(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint16_t /*id*/) {

@@ -3,13 +3,23 @@
 
 #include "base/log.h"
 #include "base/mem.h"
+#include "base/platform.h"
 
 #include <cstring>
-#include <mutex>
 
 namespace {
 
-std::mutex g_moduleLock;
+OV_Once g_moduleLockOnce;
+OV_CritSec g_moduleLock;
+
+void InitModuleLock() {
+    OV_CritSecInit(&g_moduleLock, 0);
+}
+
+OV_CritSec *ModuleLock() {
+    OV_RunOnce(&g_moduleLockOnce, InitModuleLock);
+    return &g_moduleLock;
+}
 int32_t g_flexMsgModule = OV_MEM_MODULE_UNSET;
 uint32_t g_flexMsgUsers = 0;
 
@@ -18,7 +28,7 @@ constexpr uint64_t kInitialCapacity = 4096;
 } // namespace
 
 int32_t OV_FlexMsgModuleStart() {
-    std::lock_guard<std::mutex> guard(g_moduleLock);
+    OV_CritSecGuard guard(ModuleLock());
     if (g_flexMsgUsers == 0) {
         int32_t index = MemModuleRegister("FlexMsg", 7);
         if (index < 0) {
@@ -32,7 +42,7 @@ int32_t OV_FlexMsgModuleStart() {
 }
 
 void OV_FlexMsgModuleStop() {
-    std::lock_guard<std::mutex> guard(g_moduleLock);
+    OV_CritSecGuard guard(ModuleLock());
     if (g_flexMsgUsers == 0) {
         return;
     }
