@@ -3,7 +3,6 @@
 
 #include "agentconf/json_conv.h"
 
-#include <cstdio>
 #include <cstring>
 
 namespace {
@@ -118,7 +117,7 @@ int32_t ReadIdArray(OV_ConfSite site, AgentConnConf *conf, json_object *obj, con
 void ScanKeyPairs(const char (&text)[kKeyTextBuf], uint32_t len, uint8_t *key, size_t keySize) {
     for (size_t i = 0; i < 2 * size_t{len} && i < kKeyTextBuf && i / 2 < keySize; i += 2) {
         char pair[3] = {text[i], i + 1 < kKeyTextBuf ? text[i + 1] : '\0', '\0'};
-        (void)std::sscanf(pair, "%2hhx", &key[i / 2]);
+        (void)OV_ScanHexByte(pair, &key[i / 2]);
     }
 }
 

@@ -61,19 +61,6 @@ bool IsDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-int HexValue(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
-
 template <typename CountT>
 int32_t ArrayLength(OV_ConfSite site, json_object *arr, CountT *count, size_t capacity,
                     const char *notArrayText, const char *sizeText) {
@@ -294,7 +281,7 @@ const char *OV_Ipv6StrToConf(const char *text, size_t len, uint8_t *out16) {
     bool v4Tail = false;
     while (i < len) {
         char c = text[i];
-        int h = HexValue(c);
+        int h = OV_HexDigitValue(c);
         if (h >= 0) {
             if (++digits > 4) {
                 return nullptr;
@@ -314,7 +301,7 @@ const char *OV_Ipv6StrToConf(const char *text, size_t len, uint8_t *out16) {
                 continue;
             }
             // A group ends; a ':' must lead to another group or to "::".
-            if (i + 1 >= len || (HexValue(text[i + 1]) < 0 && text[i + 1] != ':')) {
+            if (i + 1 >= len || (OV_HexDigitValue(text[i + 1]) < 0 && text[i + 1] != ':')) {
                 return nullptr;
             }
             if (tp + 2 > sizeof tmp) {
@@ -375,6 +362,43 @@ const char *OV_Ipv6StrToConf(const char *text, size_t len, uint8_t *out16) {
 int32_t OV_ConfArrayLength(OV_ConfSite site, json_object *arr, uint8_t *count, size_t capacity,
                            const char *notArrayText, const char *sizeText) {
     return ArrayLength(site, arr, count, capacity, notArrayText, sizeText);
+}
+
+int OV_HexDigitValue(char c) {
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    if (c >= 'a' && c <= 'f') {
+        return c - 'a' + 10;
+    }
+    if (c >= 'A' && c <= 'F') {
+        return c - 'A' + 10;
+    }
+    return -1;
+}
+
+bool OV_ScanHexByte(const char *text, uint8_t *out) {
+    const char *p = text;
+    while (IsSpace(*p)) {
+        ++p;
+    }
+    int width = 2;
+    bool negative = false;
+    if (*p == '+' || *p == '-') {
+        negative = *p == '-';
+        ++p;
+        --width;
+    }
+    unsigned value = 0;
+    int digits = 0;
+    for (; width > 0 && OV_HexDigitValue(*p) >= 0; ++p, --width, ++digits) {
+        value = value * 16 + static_cast<unsigned>(OV_HexDigitValue(*p));
+    }
+    if (digits == 0) {
+        return false;
+    }
+    *out = static_cast<uint8_t>(negative ? 0u - value : value);
+    return true;
 }
 
 int32_t OV_ConfArrayLength(OV_ConfSite site, json_object *arr, uint16_t *count, size_t capacity,

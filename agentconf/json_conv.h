@@ -91,6 +91,16 @@ const char *OV_IpStrToNum(const char *text, size_t len, uint32_t *out);
 /// IPv4 tail allowed. Returns the position reached, or nullptr.
 const char *OV_Ipv6StrToConf(const char *text, size_t len, uint8_t *out16);
 
+/// The value of a hexadecimal digit, or -1.
+int OV_HexDigitValue(char c);
+/// Reads one byte from text as sscanf(text, "%2hhx", out) does, without the C
+/// library's scanf machinery (the largest thing pdtool would otherwise link,
+/// for this one use): leading white space is skipped and does not count
+/// towards the width of 2, a sign does count, "0x" reads as 0, and a negative
+/// number is stored in two's complement. Returns false, leaving *out
+/// unchanged, where sscanf would assign nothing.
+bool OV_ScanHexByte(const char *text, uint8_t *out);
+
 // ---- Arrays with a count field ---------------------------------------------------
 
 /// Checks the value of an array key against its count field and its room in

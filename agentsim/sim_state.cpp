@@ -13,27 +13,14 @@ namespace {
 
 constexpr int kStateVersion = 1;
 
-int HexDigit(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
-
 bool FromHex(const char *text, size_t len, std::vector<uint8_t> *out) {
     if (len % 2 != 0) {
         return false;
     }
     out->resize(len / 2);
     for (size_t i = 0; i < len; i += 2) {
-        int hi = HexDigit(text[i]);
-        int lo = HexDigit(text[i + 1]);
+        int hi = OV_HexDigitValue(text[i]);
+        int lo = OV_HexDigitValue(text[i + 1]);
         if (hi < 0 || lo < 0) {
             return false;
         }
