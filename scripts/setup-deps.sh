@@ -59,7 +59,7 @@ if ! ls "$srcdir"/json-c-*/CMakeLists.txt >/dev/null 2>&1; then
   fi
   (cd "$srcdir" && apt-get source -q -o APT::Sandbox::User=root json-c >/dev/null)
 fi
-jsonc_src=$(ls -d "$srcdir"/json-c-*/ | head -n 1)
+jsonc_src=$(find "$srcdir" -maxdepth 1 -type d -name "json-c-*" ! -name json-c-build | sort | head -n 1)
 
 cmake -S "$jsonc_src" -B "$srcdir/json-c-build" -G Ninja \
   -DCMAKE_TOOLCHAIN_FILE="$toolchain" -DCMAKE_BUILD_TYPE=Release \

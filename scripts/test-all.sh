@@ -6,7 +6,7 @@
 set -uo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-cd "$root"
+cd "$root" || exit 1
 
 "$root/scripts/setup-deps.sh" || { echo "setup failed"; echo "0 passed, 1 failed"; exit 1; }
 

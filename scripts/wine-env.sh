@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Sourced by scripts that run Windows programs: a private, headless Wine
 # prefix inside the build tree, and a persistent wineserver while they run
 # (without one every .exe start costs seconds).
