@@ -144,9 +144,10 @@ int32_t ConvertList(AgentAcsNameConf *conf, const ListDef &list, json_object *ar
                 }
             } else {
                 const char *s = json_object_get_string(item);
-                rc = s == nullptr ? -22 : (std::strlen(s) >= sizeof text ? -132 : 0);
+                size_t len = s == nullptr ? 0 : std::strlen(s);
+                rc = s == nullptr ? -22 : (len >= sizeof text ? -132 : 0);
                 if (rc == 0) {
-                    std::snprintf(text, sizeof text, "%s", s);
+                    std::memcpy(text, s, len + 1);
                 }
             }
             if (rc == 0) {

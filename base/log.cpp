@@ -34,6 +34,8 @@ OV_CritSec *LogModuleLock() {
 void (*g_timeSource)(OV_LocalTime *) = nullptr;
 
 constexpr size_t kLineBufLen = 1024;
+// "[yyyy/mm/dd_hh:mm:ss.mmm]" with every field within its width.
+constexpr size_t kStampLen = 25;
 
 // A line put together by hand in a bounded buffer. The time stamp and a
 // module line's head are written for every line; formatting them with
@@ -50,7 +52,13 @@ class LineBuilder {
         std::memcpy(buf_ + len_, text.data(), text.size());
         len_ += text.size();
     }
-    void Put(char c) { Put(std::string_view(&c, 1)); }
+    void Put(char c) {
+        if (len_ == size_) {
+            full_ = true;
+            return;
+        }
+        buf_[len_++] = c;
+    }
     // Decimal, zero-padded to at least width digits, as "%0*u" prints it.
     void PutUnsigned(unsigned value, size_t width) {
         char digits[16];
@@ -94,6 +102,24 @@ size_t FormatStamp(char *buf, size_t size) {
         g_timeSource(&t);
     } else {
         OV_GetLocalTime(&t);
+    }
+    if (t.year <= 9999 && t.month <= 99 && t.day <= 99 && t.hour <= 99 && t.minute <= 99 &&
+        t.second <= 99 && t.milliseconds <= 999 && size > kStampLen) {
+        // Every field within its width: the digits go straight to their places.
+        std::memcpy(buf, "[0000/00/00_00:00:00.000]", kStampLen + 1);
+        auto put = [buf](size_t at, unsigned value, size_t width) {
+            for (size_t i = at + width; i > at; value /= 10) {
+                buf[--i] = static_cast<char>('0' + value % 10);
+            }
+        };
+        put(1, t.year, 4);
+        put(6, t.month, 2);
+        put(9, t.day, 2);
+        put(12, t.hour, 2);
+        put(15, t.minute, 2);
+        put(18, t.second, 2);
+        put(21, t.milliseconds, 3);
+        return kStampLen;
     }
     char stamp[64]; // seven fields of at most 5 digits and 8 separators
     LineBuilder b(stamp, sizeof stamp);

@@ -77,11 +77,18 @@ void OV_RunOnce(OV_Once *once, void (*init)()) {
 }
 
 void OV_GetLocalTime(OV_LocalTime *out) {
+    // localtime_r was most of the cost of a log line, and lines come many to
+    // a second: each thread keeps the broken-down time of its last second.
+    thread_local time_t cachedSecs = -1;
+    thread_local tm cachedLocal{};
     timespec ts{};
     clock_gettime(CLOCK_REALTIME, &ts);
-    tm local{};
-    time_t secs = ts.tv_sec;
-    localtime_r(&secs, &local);
+    if (ts.tv_sec != cachedSecs) {
+        time_t secs = ts.tv_sec;
+        localtime_r(&secs, &cachedLocal);
+        cachedSecs = secs;
+    }
+    const tm &local = cachedLocal;
     out->year = static_cast<uint16_t>(local.tm_year + 1900);
     out->month = static_cast<uint16_t>(local.tm_mon + 1);
     out->day = static_cast<uint16_t>(local.tm_mday);
