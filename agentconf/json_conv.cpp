@@ -104,22 +104,44 @@ void OV_ConfFail(OV_ConfSite site, const char *fmt, ...) {
     FlexReport(site, msg);
 }
 
+namespace {
+
+// A notice or warning goes to the flexlog and to the log module; each
+// formats it only if it takes it (most runs attach no flexlog context, and a
+// quiet log module takes nothing), so an unread message costs no formatting.
+void FlexLogCopy(const char *fmt, va_list ap) {
+    va_list copy;
+    va_copy(copy, ap);
+    OV_FlexLogV(fmt, copy);
+    va_end(copy);
+}
+
+void EmitIfTaken(OV_ConfSite site, uint32_t level, const char *fmt, va_list ap) {
+    if (OV_LogModuleShouldLog(OV_LOG_MODULE_AGENTCONF, level, false)) {
+        va_list copy;
+        va_copy(copy, ap);
+        ConfMsg msg(fmt, copy);
+        va_end(copy);
+        Emit(site, level, msg);
+    }
+}
+
+} // namespace
+
 void OV_ConfNotice(OV_ConfSite site, const char *fmt, ...) {
     va_list ap;
     va_start(ap, fmt);
-    ConfMsg msg(fmt, ap);
+    FlexLogCopy(fmt, ap);
+    EmitIfTaken(site, OV_LOG_DEBUG, fmt, ap);
     va_end(ap);
-    OV_FlexLog("%s", msg.c_str());
-    Emit(site, OV_LOG_DEBUG, msg);
 }
 
 void OV_ConfWarn(OV_ConfSite site, const char *fmt, ...) {
     va_list ap;
     va_start(ap, fmt);
-    ConfMsg msg(fmt, ap);
+    EmitIfTaken(site, OV_LOG_WARNING, fmt, ap);
+    FlexLogCopy(fmt, ap);
     va_end(ap);
-    Emit(site, OV_LOG_WARNING, msg);
-    OV_FlexLog("%s", msg.c_str());
 }
 
 void OV_ConfLog(OV_ConfSite site, uint32_t level, const char *fmt, ...) {

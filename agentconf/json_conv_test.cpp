@@ -1,5 +1,7 @@
 #include "agentconf/json_conv.h"
 
+#include "base/flexlog.h"
+#include "imc/flexmsg.h"
 #include "tests/support/capture.h"
 #include "tests/support/converter_test.h"
 
@@ -253,6 +255,54 @@ int32_t _OV_DummyJsonToConf(Dummy *conf, json_object *obj) {
 
 int32_t OV_DummyJsonStrToConf(Dummy *conf, const char *text) {
     return OV_AgentConfJsonEntry(OV_CONF_SITE, "dummy", conf, text, _OV_DummyJsonToConf);
+}
+
+// Notices and warnings are formatted only where they are taken: the same
+// text reaches an attached flexlog and the log module, and nothing is lost
+// when only one of them takes it.
+TEST_F(ConfLogTest, NoticesAndWarningsReachTheFlexlogAndTheLogWhereTaken) {
+    {
+        ovtest::StdoutCapture quiet;
+        ASSERT_EQ(OV_FlexMsgModuleStart(), 0);
+    }
+    FlexMsg *msg = OV_FlexMsgAlloc();
+    ASSERT_NE(msg, nullptr);
+    OV_FlexLogCtx ctx{0, msg};
+    OV_FlexLogAttach(&ctx);
+    std::string out;
+    {
+        ovtest::StdoutCapture cap;
+        OV_ConfNotice(OV_CONF_SITE, "%s not set %s\n", "Ratelimit", "CBS");
+        OV_ConfWarn(OV_CONF_SITE, "warn %d\n", 7);
+        out = cap.Take();
+    }
+    EXPECT_STREQ(OV_FlexLogText(),
+                 "[flexlog][depth:0]:Ratelimit not set CBS\n[flexlog][depth:1]:warn 7\n");
+    EXPECT_NE(out.find("<Debug:AGENTCONF>[TestBody:"), std::string::npos) << out;
+    EXPECT_NE(out.find("] Ratelimit not set CBS\n"), std::string::npos) << out;
+    EXPECT_NE(out.find("<Warning:AGENTCONF>[TestBody:"), std::string::npos) << out;
+    EXPECT_NE(out.find("] warn 7\n"), std::string::npos) << out;
+
+    // Without the log module the flexlog still takes them.
+    OV_FlexLogClear();
+    {
+        ovtest::StdoutCapture cap;
+        OV_AgentConfLogUnregister();
+        (void)cap.Take();
+    }
+    {
+        ovtest::StdoutCapture cap;
+        OV_ConfNotice(OV_CONF_SITE, "%s not set %s\n", "Link", "Mtu");
+        EXPECT_EQ(cap.Take(), "");
+    }
+    EXPECT_STREQ(OV_FlexLogText(), "[flexlog][depth:0]:Link not set Mtu\n");
+    {
+        ovtest::StdoutCapture quiet;
+        OV_AgentConfLogRegister();
+        OV_FlexLogAttach(nullptr);
+        OV_FlexMsgFree(msg);
+        OV_FlexMsgModuleStop();
+    }
 }
 
 TEST_F(ConfLogTest, EntryReportsNonJsonAndConverterFailuresWithFunctionNames) {
