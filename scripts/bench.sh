@@ -61,26 +61,12 @@ echo
 echo "== get printing"
 "$bin/bench/bench_print" "${gbench[@]}" | sed -n '/^Get printing/,$p'
 
-# A private agent for the rest; stopped by its process id on exit.
-work=$(mktemp -d "${TMPDIR:-/tmp}/pdtool-bench.XXXXXX")
-agent_pid=""
-cleanup() {
-  if [ -n "$agent_pid" ]; then
-    kill "$agent_pid" 2>/dev/null || true
-    wait "$agent_pid" 2>/dev/null || true
-  fi
-  rm -rf "$work"
-}
-trap cleanup EXIT
-export OV_PIPE_DIR="$work/run"
-"${rt[@]}" "$bin/agentsim/agentsim" --pipe-dir "$OV_PIPE_DIR" --instances 16 --ready-file "$work/ready" \
-  2>"$work/agentsim.err" &
-agent_pid=$!
-for _ in $(seq 1 100); do
-  [ -f "$work/ready" ] && break
-  sleep 0.05
-done
-[ -f "$work/ready" ] || { cat "$work/agentsim.err"; echo "bench: agentsim did not start"; exit 1; }
+# A private agent for the rest; stopped on exit.
+# shellcheck source=scripts/private-agent.sh
+source "$root/scripts/private-agent.sh"
+ov_private_work pdtool-bench
+ov_private_agent "${rt[@]}" "$bin/agentsim/agentsim" --instances 16 ||
+  { echo "bench: agentsim did not start"; exit 1; }
 
 sample='{"RateLimitId": 1, "BucketRate": 0, "CBS": 0, "TokenBonus": 0, "Type": 1, "PerIpBucketRate": 0, "PerIpCBS": 0, "UpdateType": 1, "UpdateBucketRate": 0, "UpdateCBS": 0, "UpdateTokenBonus": 0, "UpdatePerIpBucketRate": 0, "UpdatePerIpCBS": 0, "PersistentFlag": true}'
 pdtool=("$bin/cli/pdtool" "set_ratelimit/$sample")

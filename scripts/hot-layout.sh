@@ -21,25 +21,10 @@ if [ ! -x "$pdtool" ] || [ ! -f "$map" ]; then
 fi
 command -v valgrind >/dev/null || { echo "hot-layout: valgrind is needed" >&2; exit 1; }
 
-work=$(mktemp -d "${TMPDIR:-/tmp}/pdtool-hot.XXXXXX")
-agent_pid=""
-cleanup() {
-  if [ -n "$agent_pid" ]; then
-    kill "$agent_pid" 2>/dev/null || true
-    wait "$agent_pid" 2>/dev/null || true
-  fi
-  rm -rf "$work"
-}
-trap cleanup EXIT
-
-export OV_PIPE_DIR="$work/run"
-"$build/agentsim/agentsim" --pipe-dir "$OV_PIPE_DIR" --ready-file "$work/ready" 2>"$work/agent.err" &
-agent_pid=$!
-for _ in $(seq 1 100); do
-  [ -f "$work/ready" ] && break
-  sleep 0.05
-done
-[ -f "$work/ready" ] || { cat "$work/agent.err" >&2; exit 1; }
+# shellcheck source=scripts/private-agent.sh
+source "$root/scripts/private-agent.sh"
+ov_private_work pdtool-hot
+ov_private_agent "$build/agentsim/agentsim" || exit 1
 
 # One run of each kind: a set with logging, a delete, an engine parameter, the
 # three gets, a refused JSON text, an unknown word, the usage text and a run

@@ -25,20 +25,12 @@ fi
 pdtool="$build/cli/pdtool"
 agentsim="$build/agentsim/agentsim"
 
-work=$(mktemp -d /tmp/ovvalgrind.XXXXXX)
-agent_pid=
-cleanup() {
-  [ -n "$agent_pid" ] && kill "$agent_pid" 2>/dev/null && wait "$agent_pid" 2>/dev/null
-  rm -rf "$work"
-}
-trap cleanup EXIT
-
-export OV_PIPE_DIR="$work/pipe" OV_PIPE_NAME=vgcheck
-"$agentsim" --pipe-dir "$OV_PIPE_DIR" --pipe-name "$OV_PIPE_NAME" --ready-file "$work/ready" \
-  --sa-role 1 --sa-master-ip 10.0.0.1 2>"$work/agentsim.err" &
-agent_pid=$!
-for _ in $(seq 100); do [ -f "$work/ready" ] && break; sleep 0.1; done
-[ -f "$work/ready" ] || { echo "valgrind-check: agentsim did not start"; cat "$work/agentsim.err"; exit 2; }
+# shellcheck source=scripts/private-agent.sh
+source "$root/scripts/private-agent.sh"
+ov_private_work ovvalgrind
+export OV_PIPE_NAME=vgcheck
+ov_private_agent "$agentsim" --pipe-name "$OV_PIPE_NAME" --sa-role 1 --sa-master-ip 10.0.0.1 ||
+  { echo "valgrind-check: agentsim did not start"; exit 2; }
 
 shaper='{"shaperId": 1, "persistentFlag": true, "wanKbps": 100000, "wanInKbps": 100000, "inBurstMs": 100, "outBurstMs": 100, "bandDist": [2, 2, 8, 8, 8, 8, 8, 0], "bandLimit": {"sharePriority": 2, "num": 1, "bandLimit": [{"priority": 2, "inkbps": 1000000, "outkbps": 1000000}]}}'
 commands=(

@@ -11,16 +11,9 @@ set -euo pipefail
 build=$(cd "${1:?build directory}" && pwd)
 source_dir=$(cd "${2:?source directory}" && pwd)
 
-work=$(mktemp -d "${TMPDIR:-/tmp}/pdtool-install.XXXXXX")
-agent_pid=""
-cleanup() {
-    if [ -n "$agent_pid" ]; then
-        kill "$agent_pid" 2>/dev/null || true
-        wait "$agent_pid" 2>/dev/null || true
-    fi
-    rm -rf "$work"
-}
-trap cleanup EXIT
+# shellcheck source=scripts/private-agent.sh
+source "$source_dir/scripts/private-agent.sh"
+ov_private_work pdtool-install
 
 failures=0
 fail() {
@@ -112,17 +105,7 @@ set -e
 [ "$status" -eq 254 ] || fail "pdtool without an agent exits $status, not 254"
 grep -q '^Imc configure client init failed -2 ' <<<"$out" || fail "no start-up failure line: $out"
 
-export OV_PIPE_DIR="$work/run"
-"$agentsim" --pipe-dir "$OV_PIPE_DIR" --ready-file "$work/ready" \
-    --journal "$work/journal.jsonl" 2>"$work/agentsim.err" &
-agent_pid=$!
-for _ in $(seq 1 100); do
-    [ -f "$work/ready" ] && break
-    kill -0 "$agent_pid" 2>/dev/null || break
-    sleep 0.05
-done
-if [ ! -f "$work/ready" ]; then
-    cat "$work/agentsim.err"
+if ! ov_private_agent "$agentsim" --journal "$work/journal.jsonl"; then
     echo "FAIL: the unpacked agentsim did not start"
     exit 1
 fi
