@@ -43,8 +43,10 @@ OV_Once g_once;
 std::atomic<int> g_runs{0};
 
 TEST(RunOnce, RunsOnceWhateverTheNumberOfCallers) {
+    constexpr int kCallers = 8;
     std::vector<std::thread> callers;
-    for (int i = 0; i < 8; ++i) {
+    callers.reserve(kCallers);
+    for (int i = 0; i < kCallers; ++i) {
         callers.emplace_back([] {
             OV_RunOnce(&g_once, [] {
                 std::this_thread::yield();
