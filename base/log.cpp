@@ -103,40 +103,39 @@ size_t FormatStamp(char *buf, size_t size) {
     } else {
         OV_GetLocalTime(&t);
     }
-    if (t.year <= 9999 && t.month <= 99 && t.day <= 99 && t.hour <= 99 && t.minute <= 99 &&
-        t.second <= 99 && t.milliseconds <= 999 && size > kStampLen) {
+    // "[yyyy/mm/dd_hh:mm:ss.mmm]": each field after its separator.
+    const struct {
+        char before;
+        unsigned value;
+        size_t width;
+    } fields[] = {{'[', t.year, 4},   {'/', t.month, 2},  {'/', t.day, 2},         {'_', t.hour, 2},
+                  {':', t.minute, 2}, {':', t.second, 2}, {'.', t.milliseconds, 3}};
+    constexpr unsigned kPowersOfTen[] = {1, 10, 100, 1000, 10000};
+    bool fit = size > kStampLen;
+    for (const auto &f : fields) {
+        fit = fit && f.value < kPowersOfTen[f.width];
+    }
+    if (fit) {
         // Every field within its width: the digits go straight to their places.
-        std::memcpy(buf, "[0000/00/00_00:00:00.000]", kStampLen + 1);
-        auto put = [buf](size_t at, unsigned value, size_t width) {
-            for (size_t i = at + width; i > at; value /= 10) {
-                buf[--i] = static_cast<char>('0' + value % 10);
+        size_t at = 0;
+        for (const auto &f : fields) {
+            buf[at++] = f.before;
+            unsigned v = f.value;
+            for (size_t i = at + f.width; i > at; v /= 10) {
+                buf[--i] = static_cast<char>('0' + v % 10);
             }
-        };
-        put(1, t.year, 4);
-        put(6, t.month, 2);
-        put(9, t.day, 2);
-        put(12, t.hour, 2);
-        put(15, t.minute, 2);
-        put(18, t.second, 2);
-        put(21, t.milliseconds, 3);
-        return kStampLen;
+            at += f.width;
+        }
+        buf[at++] = ']';
+        buf[at] = '\0';
+        return at;
     }
     char stamp[64]; // seven fields of at most 5 digits and 8 separators
     LineBuilder b(stamp, sizeof stamp);
-    b.Put('[');
-    b.PutUnsigned(t.year, 4);
-    b.Put('/');
-    b.PutUnsigned(t.month, 2);
-    b.Put('/');
-    b.PutUnsigned(t.day, 2);
-    b.Put('_');
-    b.PutUnsigned(t.hour, 2);
-    b.Put(':');
-    b.PutUnsigned(t.minute, 2);
-    b.Put(':');
-    b.PutUnsigned(t.second, 2);
-    b.Put('.');
-    b.PutUnsigned(t.milliseconds, 3);
+    for (const auto &f : fields) {
+        b.Put(f.before);
+        b.PutUnsigned(f.value, f.width);
+    }
     b.Put(']');
     size_t len = std::min(b.size(), size - 1);
     std::memcpy(buf, stamp, len);
