@@ -120,3 +120,8 @@ int32_t _OV_AgentAcsNameJsonToConf(AgentAcsNameConf *conf, json_object *obj);
 
 /// Frees the entry arrays the record references and clears the references.
 void OV_AgentAcsNameConfRelease(AgentAcsNameConf *conf);
+
+/// The access-name record as JSON under its own keys.
+/// Returns a new JSON object owned by the caller, or nullptr when len is not
+/// the record's size. Converting that JSON again gives the same bytes.
+json_object *OV_AgentAcsNameRecordToJson(const uint8_t *rec, size_t len);

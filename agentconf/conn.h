@@ -186,3 +186,8 @@ int32_t _OV_AgentConnBaseJsonToConf(AgentConnConf *conf, json_object *obj);
 /// The SLA thresholds from the "SlaCfg" object; absent keys stay zero. Never
 /// fails (returns 0).
 int32_t _OV_AgentConnSlaCfgJsonToConf(AgentConnSlaCfg *sla, json_object *obj);
+
+/// The tunnel record as JSON under its own keys (keys as hex).
+/// Returns a new JSON object owned by the caller, or nullptr when len is not
+/// the record's size. Converting that JSON again gives the same bytes.
+json_object *OV_AgentConnRecordToJson(const uint8_t *rec, size_t len);

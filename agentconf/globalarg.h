@@ -61,3 +61,8 @@ constexpr AgentGlobalArgForm AgentGlobalArgFormOf(uint16_t type) {
 int32_t OV_AgentDpGlobalArgJsonStrToConf(AgentGlobalArgConf *conf, const char *text);
 /// Reads the keys of a parsed object (borrowed) into the record; results as above.
 int32_t _OV_AgentGlobalArgJsonToConf(AgentGlobalArgConf *conf, json_object *obj);
+
+/// The global-argument record as JSON under its own keys.
+/// Returns a new JSON object owned by the caller, or nullptr when len is not
+/// the record's size. Converting that JSON again gives the same bytes.
+json_object *OV_AgentGlobalArgRecordToJson(const uint8_t *rec, size_t len);

@@ -101,3 +101,13 @@ int32_t _OV_AgentLinkIpJsonToConf(AgentLinkIpConf *conf, json_object *obj);
 int32_t OV_AgentLinkJsonStrToConf(AgentLinkConf *conf, const char *text);
 /// Reads the keys of a parsed object (borrowed) into the record; results as above.
 int32_t _OV_AgentLinkJsonToConf(AgentLinkConf *conf, json_object *obj);
+
+/// The link-IP record as JSON under its own keys.
+/// Returns a new JSON object owned by the caller, or nullptr when len is not
+/// the record's size. Converting that JSON again gives the same bytes.
+json_object *OV_AgentLinkIpRecordToJson(const uint8_t *rec, size_t len);
+
+/// The link record as JSON under its own keys.
+/// Returns a new JSON object owned by the caller, or nullptr when len is not
+/// the record's size. Converting that JSON again gives the same bytes.
+json_object *OV_AgentLinkRecordToJson(const uint8_t *rec, size_t len);

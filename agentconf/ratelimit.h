@@ -83,3 +83,8 @@ int32_t OV_AgentRatelimitJsonStrToConf(AgentRatelimitConf *conf, const char *tex
 /// Reads the keys of a parsed object (borrowed, no reference taken) into the
 /// record. Returns 0 or a negative code as above.
 int32_t _OV_AgentRatelimitJsonToConf(AgentRatelimitConf *conf, json_object *obj);
+
+/// The rate-limit record as JSON under its own keys.
+/// Returns a new JSON object owned by the caller, or nullptr when len is not
+/// the record's size. Converting that JSON again gives the same bytes.
+json_object *OV_AgentRatelimitRecordToJson(const uint8_t *rec, size_t len);

@@ -339,3 +339,8 @@ int32_t _OV_AgentRuleMatchJsonToConf(AgentRuleMatch *match, json_object *obj);
 /// The "Actions" object into the actions section. Returns 0 or a negative
 /// code.
 int32_t _OV_AgentRuleActionJsonToConf(AgentRuleActions *actions, json_object *obj);
+
+/// The rule record as JSON under its own keys (flags as booleans, addresses as text).
+/// Returns a new JSON object owned by the caller, or nullptr when len is not
+/// the record's size. Converting that JSON again gives the same bytes.
+json_object *OV_AgentRuleRecordToJson(const uint8_t *rec, size_t len);

@@ -107,3 +107,33 @@ char *OV_AgentShaperConfToJsonStr(const AgentShaperConf *conf);
 /// for a null argument, or -12 when a JSON value cannot be created; whatever
 /// was added before a failure stays in `obj`.
 int32_t _OV_AgentShaperConfToJson(const AgentShaperConf *conf, json_object *obj);
+
+/// The whole shaper record as JSON (every stored field, unlike the get reply's text).
+/// Returns a new JSON object owned by the caller, or nullptr when len is not
+/// the record's size. Converting that JSON again gives the same bytes.
+json_object *OV_AgentShaperRecordToJson(const uint8_t *rec, size_t len);
+
+/// The shaper table reply: a header whose first byte counts the records that
+/// follow it (so at most 255).
+constexpr size_t OV_SHAPER_TABLE_HEADER_LEN = 4;
+
+/// The SA cluster state the shaper module returns to get_sa_cluster
+/// (540 bytes, little-endian; the rest of the record is not read).
+struct AgentSaClusterInfo {
+    int32_t role;        ///< 0 disable, 1 master, 2 slave
+    uint8_t calQueueLen; ///< "SA.CalQueueLen"
+    uint8_t localLanId;  ///< "SA.LocalLanId"
+    uint16_t localPort;  ///< "SA.LocalPort"
+    uint16_t masterPort; ///< "SA.MasterPort"
+    uint8_t reserved1[2];
+    uint32_t masterIp;    ///< host order: 10.0.0.1 is 0x0A000001
+    uint32_t masterCpeId; ///< "SA.MasterCpeId"
+    uint8_t reserved2[520];
+};
+static_assert(sizeof(AgentSaClusterInfo) == 540);
+static_assert(offsetof(AgentSaClusterInfo, calQueueLen) == 4);
+static_assert(offsetof(AgentSaClusterInfo, localLanId) == 5);
+static_assert(offsetof(AgentSaClusterInfo, localPort) == 6);
+static_assert(offsetof(AgentSaClusterInfo, masterPort) == 8);
+static_assert(offsetof(AgentSaClusterInfo, masterIp) == 12);
+static_assert(offsetof(AgentSaClusterInfo, masterCpeId) == 16);

@@ -2,15 +2,7 @@
 // the get replies, and the names and decoders the journal shows.
 #include "agentsim/sim_handlers.h"
 
-#include "agentconf/acsname.h"
-#include "agentconf/conn.h"
-#include "agentconf/engine.h"
-#include "agentconf/globalarg.h"
-#include "agentconf/link.h"
-#include "agentconf/ratelimit.h"
-#include "agentconf/rule.h"
-#include "agentconf/shaper.h"
-#include "agentsim/decode.h"
+#include "agentconf/records.h"
 #include "base/errors.h"
 #include "imc/flexmsg.h"
 
@@ -19,185 +11,64 @@
 
 namespace {
 
-enum class Op : uint8_t { Set, Delete, GetOne, GetTable, GetSaCluster };
-
-using Decoder = json_object *(*)(const uint8_t *rec, size_t len);
-
-/// One function of one module, as pdtool sends it.
-struct FunctionRow {
-    uint8_t module;
-    uint16_t function;
-    const char *command; ///< nullptr: the engine row, named by the parameter code
-    size_t size;         ///< the payload size the function takes
-    Op op;
-    SimKind kind;
-    Decoder decode; ///< nullptr when the request carries no record
-};
-
-constexpr size_t kRuleLen = sizeof(AgentRuleConf);
-constexpr size_t kLinkIpLen = sizeof(AgentLinkIpConf);
-constexpr size_t kLinkLen = sizeof(AgentLinkConf);
-constexpr size_t kConnLen = sizeof(AgentConnConf);
-constexpr size_t kGlobalArgLen = sizeof(AgentGlobalArgConf);
-constexpr size_t kShaperLen = sizeof(AgentShaperConf);
-
-constexpr FunctionRow kFunctions[] = {
-    {3, 0x05, "set_cpe_ip", kLinkIpLen, Op::Set, SimKind::LinkIp, SimDecodeLinkIp},
-    {3, 0x06, "del_cpe_ip", kLinkIpLen, Op::Delete, SimKind::LinkIp, SimDecodeLinkIp},
-    {3, 0x09, "set_pop_ip", kLinkIpLen, Op::Set, SimKind::LinkIp, SimDecodeLinkIp},
-    {3, 0x0a, "del_pop_ip", kLinkIpLen, Op::Delete, SimKind::LinkIp, SimDecodeLinkIp},
-    {3, 0x0d, "set_link", kLinkLen, Op::Set, SimKind::Link, SimDecodeLink},
-    {3, 0x0e, "del_link", kLinkLen, Op::Delete, SimKind::Link, SimDecodeLink},
-    {3, 0x12, "set_tunnel", kConnLen, Op::Set, SimKind::Tunnel, SimDecodeConn},
-    {3, 0x13, "del_tunnel", kConnLen, Op::Delete, SimKind::Tunnel, SimDecodeConn},
-    {3, 0x1a, "set_conn_cmd", kGlobalArgLen, Op::Set, SimKind::GlobalArg, SimDecodeGlobalArg},
-    // Rules: the function is the rule table << 8 | the operation (0 set, 2 delete).
-    {4, 0x0000, "set_policy", kRuleLen, Op::Set, SimKind::Rule, SimDecodeRule},
-    {4, 0x0002, "del_policy", kRuleLen, Op::Delete, SimKind::Rule, SimDecodeRule},
-    {4, 0x0100, "set_snat", kRuleLen, Op::Set, SimKind::Rule, SimDecodeRule},
-    {4, 0x0102, "del_snat", kRuleLen, Op::Delete, SimKind::Rule, SimDecodeRule},
-    {4, 0x0200, "set_dnat", kRuleLen, Op::Set, SimKind::Rule, SimDecodeRule},
-    {4, 0x0202, "del_dnat", kRuleLen, Op::Delete, SimKind::Rule, SimDecodeRule},
-    {4, 0x0300, "set_dns", kRuleLen, Op::Set, SimKind::Rule, SimDecodeRule},
-    {4, 0x0302, "del_dns", kRuleLen, Op::Delete, SimKind::Rule, SimDecodeRule},
-    {4, 0x0400, "set_dns_proxy", kRuleLen, Op::Set, SimKind::Rule, SimDecodeRule},
-    {4, 0x0402, "del_dns_proxy", kRuleLen, Op::Delete, SimKind::Rule, SimDecodeRule},
-    {6, 0, "set_acsname", sizeof(AgentAcsNameConf), Op::Set, SimKind::AcsName, SimDecodeAcsName},
-    {6, 1, "del_acsname", sizeof(AgentAcsNameConf), Op::Delete, SimKind::AcsName, SimDecodeAcsName},
-    {8, 0, nullptr, sizeof(AgentEngineParamConf), Op::Set, SimKind::Engine, SimDecodeEngineParam},
-    {10, 1, "set_ratelimit", sizeof(AgentRatelimitConf), Op::Set, SimKind::Ratelimit,
-     SimDecodeRatelimit},
-    {10, 2, "del_ratelimit", sizeof(AgentRatelimitConf), Op::Delete, SimKind::Ratelimit,
-     SimDecodeRatelimit},
-    {15, 1, "set_shaper_conf", kShaperLen, Op::Set, SimKind::Shaper, SimDecodeShaper},
-    {15, 2, "del_shaper_conf", kShaperLen, Op::Delete, SimKind::Shaper, SimDecodeShaper},
-    {15, 3, "get_shaper_conf", kShaperLen, Op::GetOne, SimKind::Shaper, SimDecodeShaper},
-    {15, 4, "get_shaper_tbl", 0, Op::GetTable, SimKind::Shaper, nullptr},
-    {15, 7, "get_sa_cluster", 0, Op::GetSaCluster, SimKind::Shaper, nullptr},
-};
-
-struct EngineName {
-    AgentEngineParam code;
-    const char *command;
-};
-
-constexpr EngineName kEngineNames[] = {
-    {AgentEngineParam::wanKbps, "set_engine_wanKbps"},
-    {AgentEngineParam::wanBurstBytes, "set_engine_wanBurstBytes"},
-    {AgentEngineParam::tcpAccEnable, "set_engine_tcpAccEnable"},
-    {AgentEngineParam::subnetAccEnable, "set_engine_subnetAccEnable"},
-    {AgentEngineParam::shaperEnable, "set_engine_shaperEnable"},
-    {AgentEngineParam::hostFairTcpAccSessNum, "set_engine_hostFairTcpAccSessNum"},
-    {AgentEngineParam::pcapEnable, "set_engine_pcapEnable"},
-    {AgentEngineParam::hostFairEnable, "set_engine_hostFairEnable"},
-    {AgentEngineParam::wanInKbps, "set_engine_wanInKbps"},
-    {AgentEngineParam::wanInBurstBytes, "set_engine_wanInBurstBytes"},
-    {AgentEngineParam::hostFairUdpSessNum, "set_engine_hostFairUdpSessNum"},
-    {AgentEngineParam::cmd, "set_engine_cmd"},
-    {AgentEngineParam::hostFairTcpActSessNum, "set_engine_hostFairTcpActSessNum"},
-    {AgentEngineParam::trackRandomLoss, "set_engine_trackRandomLoss"},
-    {AgentEngineParam::maxTxEnable, "set_engine_maxTxEnable"},
-    {AgentEngineParam::conservMode, "set_engine_conservMode"},
-    {AgentEngineParam::engSysEnable, "set_engine_engSysEnable"},
-    {AgentEngineParam::srtt, "set_engine_srtt"},
-};
-
-const FunctionRow *FindRow(uint8_t module, uint16_t function) {
-    for (const FunctionRow &row : kFunctions) {
-        if (row.module == module && row.function == function) {
+// The row of a request: its module and function; the engine rows share one,
+// and their op, kind and size are the same.
+const CommandSpec *FindRow(uint8_t module, uint16_t function) {
+    for (const CommandSpec &row : kCommands) {
+        if (row.Module() == module && row.function == function) {
             return &row;
         }
     }
     return nullptr;
 }
 
-template <typename T>
-T Load(std::span<const uint8_t> rec, size_t offset) {
-    T v;
-    std::memcpy(&v, rec.data() + offset, sizeof v);
-    return v;
-}
-
-// The key of a record (set and delete records of a kind put their key fields
-// at the same places). Called only with a payload of the function's size.
-SimKey KeyOf(SimKind kind, uint16_t function, std::span<const uint8_t> rec) {
+// The key the agent stores a record under. Called only with a payload of
+// the kind's size.
+SimKey KeyOf(RecordKind kind, uint16_t function, std::span<const uint8_t> rec) {
+    const OV_RecordSpec &spec = OV_RecordSpecOf(kind);
     SimKeyBuilder key;
-    switch (kind) {
-    case SimKind::LinkIp:
-        // Set: type, SiteIpId, SiteId, VpnId; delete: type, wan id, client id,
-        // VPN id; the same bytes.
-        key.U8(rec[0]).U8(rec[1]).U32(Load<uint32_t>(rec, 8)).U32(Load<uint32_t>(rec, 12));
-        break;
-    case SimKind::Link:
-        key.U32(Load<uint32_t>(rec, offsetof(AgentLinkConf, netId)))
-            .U32(Load<uint32_t>(rec, offsetof(AgentLinkConf, linkIdWord)) & LINK_ID_MASK);
-        break;
-    case SimKind::Tunnel:
-        key.U32(Load<uint32_t>(rec, offsetof(AgentConnConf, labelVniNetId)));
-        break;
-    case SimKind::GlobalArg:
-        key.U16(Load<uint16_t>(rec, offsetof(AgentGlobalArgConf, type)));
-        break;
-    case SimKind::Rule:
-        key.U8(static_cast<uint8_t>(function >> 8))
-            .U8(rec[offsetof(AgentRuleBase, zone)])
-            .U32(Load<uint32_t>(rec, offsetof(AgentRuleBase, id)));
-        break;
-    case SimKind::Ratelimit:
-        key.U32(Load<uint32_t>(rec, offsetof(AgentRatelimitConf, rateLimitId)));
-        break;
-    case SimKind::AcsName:
-        key.Text(rec.data() + offsetof(AgentAcsNameConf, name), ACSNAME_NAME_LEN);
-        break;
-    case SimKind::Engine:
-        key.U8(rec[offsetof(AgentEngineParamConf, paramCode)]);
-        break;
-    case SimKind::Shaper:
-        key.U8(rec[offsetof(AgentShaperConf, shaperId)]);
-        break;
+    for (size_t i = 0; i < spec.keyFields; ++i) {
+        const OV_KeyField &field = spec.key[i];
+        switch (field.type) {
+        case OV_KeyField::Type::FunctionHigh:
+            key.U8(static_cast<uint8_t>(function >> 8));
+            break;
+        case OV_KeyField::Type::Text:
+            key.Text(rec.data() + field.offset, field.size);
+            break;
+        case OV_KeyField::Type::Uint: {
+            uint32_t v = 0;
+            std::memcpy(&v, rec.data() + field.offset, field.size); // little-endian host
+            v &= field.mask;
+            field.size == 1   ? key.U8(static_cast<uint8_t>(v))
+            : field.size == 2 ? key.U16(static_cast<uint16_t>(v))
+                              : key.U32(v);
+            break;
+        }
+        }
     }
     return key.Take();
 }
 
-// Rules, engine parameters and global arguments are never persistent.
-bool IsPersistent(SimKind kind, std::span<const uint8_t> rec) {
-    switch (kind) {
-    case SimKind::LinkIp:
-        return (rec[offsetof(AgentLinkIpConf, flags)] & LINKIP_FLAG_PERSISTENT) != 0;
-    case SimKind::Link:
-        return (rec[offsetof(AgentLinkConf, flags)] & LINK_FLAG_PERSISTENT) != 0;
-    case SimKind::Tunnel:
-        return (Load<uint16_t>(rec, offsetof(AgentConnConf, flags)) & OV_CONN_FLAG_PERSISTENT) != 0;
-    case SimKind::Ratelimit:
-        return (Load<uint16_t>(rec, offsetof(AgentRatelimitConf, flags)) &
-                RATELIMIT_FLAG_PERSISTENT) != 0;
-    case SimKind::AcsName:
-        return (rec[offsetof(AgentAcsNameConf, flags)] & ACSNAME_FLAG_PERSISTENT) != 0;
-    case SimKind::Shaper:
-        return (rec[offsetof(AgentShaperConf, flags)] & OV_SHAPER_PERSISTENT_MASK) != 0;
-    case SimKind::GlobalArg:
-    case SimKind::Rule:
-    case SimKind::Engine:
-        return false;
-    }
-    return false;
+bool IsPersistent(RecordKind kind, std::span<const uint8_t> rec) {
+    return OV_RecordIsPersistent(kind, rec);
 }
 
-int32_t Set(SimContext &ctx, const FunctionRow &row, std::span<const uint8_t> rec, SimResult *out) {
+int32_t Set(SimContext &ctx, const CommandSpec &row, std::span<const uint8_t> rec, SimResult *out) {
     SimKey key = KeyOf(row.kind, row.function, rec);
     const SimRecord *old = ctx.store.Find(row.kind, key);
     // The table reply counts shapers in one byte: a 256th would not fit.
-    if (old == nullptr && row.kind == SimKind::Shaper &&
-        ctx.store.Table(SimKind::Shaper).size() >= SIM_SHAPER_TABLE_MAX) {
+    if (old == nullptr && row.kind == RecordKind::Shaper &&
+        ctx.store.Table(RecordKind::Shaper).size() >= SIM_SHAPER_TABLE_MAX) {
         return -OV_EINVAL;
     }
     out->persistentChanged =
         IsPersistent(row.kind, rec) || (old != nullptr && IsPersistent(row.kind, old->bytes));
-    ctx.store.Put(row.kind, key, SimRecord{row.module, row.function, {rec.begin(), rec.end()}});
+    ctx.store.Put(row.kind, key, SimRecord{row.Module(), row.function, {rec.begin(), rec.end()}});
     return 0;
 }
 
-int32_t Delete(SimContext &ctx, const FunctionRow &row, std::span<const uint8_t> rec,
+int32_t Delete(SimContext &ctx, const CommandSpec &row, std::span<const uint8_t> rec,
                SimResult *out) {
     SimKey key = KeyOf(row.kind, row.function, rec);
     const SimRecord *old = ctx.store.Find(row.kind, key);
@@ -209,7 +80,7 @@ int32_t Delete(SimContext &ctx, const FunctionRow &row, std::span<const uint8_t>
     return 0;
 }
 
-int32_t GetOne(SimContext &ctx, const FunctionRow &row, std::span<const uint8_t> rec,
+int32_t GetOne(SimContext &ctx, const CommandSpec &row, std::span<const uint8_t> rec,
                SimResult *out) {
     const SimRecord *found = ctx.store.Find(row.kind, KeyOf(row.kind, row.function, rec));
     if (found == nullptr) {
@@ -219,10 +90,10 @@ int32_t GetOne(SimContext &ctx, const FunctionRow &row, std::span<const uint8_t>
     return 0;
 }
 
-int32_t GetTable(SimContext &ctx, const FunctionRow &row, SimResult *out) {
+int32_t GetTable(SimContext &ctx, const CommandSpec &row, SimResult *out) {
     const SimTable &table = ctx.store.Table(row.kind);
     // A 4-byte header, its first byte the count (never above 255, see Set).
-    out->reply.assign(4, 0);
+    out->reply.assign(OV_SHAPER_TABLE_HEADER_LEN, 0);
     out->reply[0] = static_cast<uint8_t>(table.size());
     for (const auto &[key, rec] : table) {
         out->reply.insert(out->reply.end(), rec.bytes.begin(), rec.bytes.end());
@@ -234,23 +105,23 @@ int32_t GetTable(SimContext &ctx, const FunctionRow &row, SimResult *out) {
 // the agent's shape (a module without a handler answers -40).
 int32_t HandleModule(SimContext &ctx, uint8_t module, uint16_t function,
                      std::span<const uint8_t> payload, SimResult *out) {
-    const FunctionRow *row = FindRow(module, function);
+    const CommandSpec *row = FindRow(module, function);
     if (row == nullptr) {
         return -OV_ENOSYS;
     }
-    if (payload.size() != row->size) {
+    if (payload.size() != OV_RequestSize(*row)) {
         return -OV_EINVAL;
     }
     switch (row->op) {
-    case Op::Set:
+    case CmdOp::Set:
         return Set(ctx, *row, payload, out);
-    case Op::Delete:
+    case CmdOp::Delete:
         return Delete(ctx, *row, payload, out);
-    case Op::GetOne:
+    case CmdOp::GetOne:
         return GetOne(ctx, *row, payload, out);
-    case Op::GetTable:
+    case CmdOp::GetTable:
         return GetTable(ctx, *row, out);
-    case Op::GetSaCluster:
+    case CmdOp::GetSaCluster:
         out->reply = SimSaClusterReply(ctx.sa);
         return 0;
     }
@@ -262,8 +133,8 @@ using ModuleHandler = int32_t (*)(SimContext &, uint8_t, uint16_t, std::span<con
 
 constexpr std::array<ModuleHandler, IMC_MODULE_MAX> kModuleSlots = [] {
     std::array<ModuleHandler, IMC_MODULE_MAX> slots{};
-    for (const FunctionRow &row : kFunctions) {
-        slots[row.module] = HandleModule;
+    for (const CommandSpec &row : kCommands) {
+        slots[row.Module()] = HandleModule;
     }
     return slots;
 }();
@@ -283,37 +154,18 @@ SimResult SimDispatch(SimContext &ctx, uint8_t module, uint16_t function,
 }
 
 const char *SimCommandName(uint8_t module, uint16_t function, std::span<const uint8_t> payload) {
-    const FunctionRow *row = FindRow(module, function);
-    if (row == nullptr) {
-        return nullptr;
-    }
-    if (row->command != nullptr) {
-        return row->command;
-    }
-    if (payload.size() != row->size) {
-        return nullptr;
-    }
-    uint8_t code = payload[offsetof(AgentEngineParamConf, paramCode)];
-    for (const EngineName &name : kEngineNames) {
-        if (static_cast<uint8_t>(name.code) == code) {
-            return name.command;
-        }
-    }
-    return nullptr;
+    const CommandSpec *cmd = OV_CommandOfRequest(module, function, payload);
+    return cmd != nullptr ? cmd->word : nullptr;
 }
 
 json_object *SimDecodeRequest(uint8_t module, uint16_t function, std::span<const uint8_t> payload) {
-    const FunctionRow *row = FindRow(module, function);
-    if (row == nullptr || row->decode == nullptr || payload.size() != row->size) {
-        return nullptr;
-    }
-    return row->decode(payload.data(), payload.size());
+    return OV_AgentRequestToJson(module, function, payload);
 }
 
 std::vector<const SimRecord *> SimPersistentRecords(const SimStore &store) {
     std::vector<const SimRecord *> out;
-    for (size_t k = 0; k < SIM_KIND_COUNT; ++k) {
-        auto kind = static_cast<SimKind>(k);
+    for (size_t k = 0; k < RECORD_KIND_COUNT; ++k) {
+        auto kind = static_cast<RecordKind>(k);
         for (const auto &[key, rec] : store.Table(kind)) {
             if (IsPersistent(kind, rec.bytes)) {
                 out.push_back(&rec);
@@ -325,8 +177,8 @@ std::vector<const SimRecord *> SimPersistentRecords(const SimStore &store) {
 
 int32_t SimRestoreRecord(SimContext &ctx, uint8_t module, uint16_t function,
                          std::span<const uint8_t> payload) {
-    const FunctionRow *row = FindRow(module, function);
-    if (row == nullptr || row->op != Op::Set || payload.size() != row->size ||
+    const CommandSpec *row = FindRow(module, function);
+    if (row == nullptr || row->op != CmdOp::Set || payload.size() != OV_RequestSize(*row) ||
         !IsPersistent(row->kind, payload)) {
         return -OV_EINVAL;
     }
@@ -334,14 +186,7 @@ int32_t SimRestoreRecord(SimContext &ctx, uint8_t module, uint16_t function,
     return Set(ctx, *row, payload, &ignored);
 }
 
-std::vector<uint8_t> SimSaClusterReply(const SimSaCluster &sa) {
-    std::vector<uint8_t> out(SIM_SA_CLUSTER_LEN, 0);
-    std::memcpy(out.data() + 0, &sa.role, sizeof sa.role);
-    out[4] = sa.calQueueLen;
-    out[5] = sa.localLanId;
-    std::memcpy(out.data() + 6, &sa.localPort, sizeof sa.localPort);
-    std::memcpy(out.data() + 8, &sa.masterPort, sizeof sa.masterPort);
-    std::memcpy(out.data() + 12, &sa.masterIp, sizeof sa.masterIp);
-    std::memcpy(out.data() + 16, &sa.masterCpeId, sizeof sa.masterCpeId);
-    return out;
+std::vector<uint8_t> SimSaClusterReply(const AgentSaClusterInfo &sa) {
+    const auto *bytes = reinterpret_cast<const uint8_t *>(&sa);
+    return {bytes, bytes + sizeof sa};
 }

@@ -1,8 +1,9 @@
 // The agent's module handlers as the simulator plays them: 25 module slots,
-// the functions pdtool sends to modules 3, 4, 6, 8, 10 and 15, their record
-// sizes, keys and persistent flags, and the get replies.
+// one table-driven handler for every function of the protocol description
+// (agentconf/protocol.h), and the get replies.
 #pragma once
 
+#include "agentconf/shaper.h"
 #include "agentsim/sim_store.h"
 
 #include <json-c/json.h>
@@ -12,25 +13,13 @@
 #include <span>
 #include <vector>
 
-constexpr size_t SIM_SA_CLUSTER_LEN = 540;
 /// The shaper table reply counts its records in one byte.
 constexpr size_t SIM_SHAPER_TABLE_MAX = 255;
-
-/// The SA cluster state returned by module 15, function 7.
-struct SimSaCluster {
-    int32_t role = 0; ///< 0 disable, 1 master, 2 slave
-    uint8_t calQueueLen = 0;
-    uint8_t localLanId = 0;
-    uint16_t localPort = 0;
-    uint16_t masterPort = 0;
-    uint32_t masterIp = 0; ///< host order: 10.0.0.1 is 0x0A000001
-    uint32_t masterCpeId = 0;
-};
 
 /// What the handlers work on. The caller serialises calls.
 struct SimContext {
     SimStore store;
-    SimSaCluster sa;
+    AgentSaClusterInfo sa{}; ///< what get_sa_cluster returns
 };
 
 /// The outcome of one request.
@@ -64,5 +53,5 @@ std::vector<const SimRecord *> SimPersistentRecords(const SimStore &store);
 int32_t SimRestoreRecord(SimContext &ctx, uint8_t module, uint16_t function,
                          std::span<const uint8_t> payload);
 
-/// The 540-byte SA cluster reply.
-std::vector<uint8_t> SimSaClusterReply(const SimSaCluster &sa);
+/// The SA cluster reply: the record as it is.
+std::vector<uint8_t> SimSaClusterReply(const AgentSaClusterInfo &sa);

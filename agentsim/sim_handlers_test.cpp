@@ -1,5 +1,6 @@
 // Tests of the simulator's module handlers: slots, sizes, keys, replace and
 // delete, the get replies, persistence and the names the journal shows.
+#include "agentconf/records.h"
 #include "agentsim/sim_handlers.h"
 #include "agentsim/sim_test_util.h"
 
@@ -19,34 +20,23 @@ struct Fn {
     size_t size;
 };
 
-// Every function pdtool sends, with its payload size.
-constexpr Fn kFunctions[] = {
-    {3, 5, 36},         {3, 6, 36},         {3, 9, 36},         {3, 10, 36},
-    {3, 13, 44},        {3, 14, 44},        {3, 18, 616},       {3, 19, 616},
-    {3, 26, 24},        {4, 0x0000, 17528}, {4, 0x0002, 17528}, {4, 0x0100, 17528},
-    {4, 0x0102, 17528}, {4, 0x0200, 17528}, {4, 0x0202, 17528}, {4, 0x0300, 17528},
-    {4, 0x0302, 17528}, {4, 0x0400, 17528}, {4, 0x0402, 17528}, {6, 0, 4480},
-    {6, 1, 4480},       {8, 0, 104},        {10, 1, 72},        {10, 2, 72},
-    {15, 1, 224},       {15, 2, 224},       {15, 3, 224},       {15, 4, 0},
-    {15, 7, 0},
-};
-
 SimResult Call(SimContext &ctx, uint8_t module, uint16_t function, const Bytes &payload) {
     return SimDispatch(ctx, module, function, payload);
 }
 
 TEST(SimHandlers, EveryFunctionRefusesAPayloadOfAnotherSize) {
-    for (const Fn &fn : kFunctions) {
-        SCOPED_TRACE(std::to_string(fn.module) + ":" + std::to_string(fn.function));
+    for (const CommandSpec &cmd : kCommands) {
+        SCOPED_TRACE(cmd.word);
         SimContext ctx;
-        if (fn.size > 0) {
-            EXPECT_EQ(Call(ctx, fn.module, fn.function, Bytes(fn.size - 1, 0)).status, -22);
+        size_t size = OV_RequestSize(cmd);
+        if (size > 0) {
+            EXPECT_EQ(Call(ctx, cmd.Module(), cmd.function, Bytes(size - 1, 0)).status, -22);
         }
-        SimResult longer = Call(ctx, fn.module, fn.function, Bytes(fn.size + 1, 0));
+        SimResult longer = Call(ctx, cmd.Module(), cmd.function, Bytes(size + 1, 0));
         EXPECT_EQ(longer.status, -22);
         EXPECT_TRUE(longer.reply.empty());
         // The right size is taken (an absent key of a delete or get gives -2).
-        int32_t status = Call(ctx, fn.module, fn.function, Bytes(fn.size, 0)).status;
+        int32_t status = Call(ctx, cmd.Module(), cmd.function, Bytes(size, 0)).status;
         EXPECT_TRUE(status == 0 || status == -2) << status;
     }
 }
@@ -78,7 +68,7 @@ TEST(SimHandlers, ModulesWithoutAHandlerAndUnknownFunctionsAnswerMinus40) {
 // outside the key that tells two versions of the record apart.
 struct KindCase {
     const char *name;
-    SimKind kind;
+    RecordKind kind;
     uint8_t module;
     uint16_t setFn;
     uint16_t delFn;
@@ -89,7 +79,7 @@ struct KindCase {
 };
 
 const KindCase kKinds[] = {
-    {"link ip", SimKind::LinkIp, 3, 5, 6, 36,
+    {"link ip", RecordKind::LinkIp, 3, 5, 6, 36,
      [](Bytes &r, bool) {
          r[0] = 1;
          r[1] = 3;
@@ -103,7 +93,7 @@ const KindCase kKinds[] = {
          Put<uint32_t>(r, 12, 10);
      },
      16},
-    {"link", SimKind::Link, 3, 13, 14, 44,
+    {"link", RecordKind::Link, 3, 13, 14, 44,
      [](Bytes &r, bool) {
          r[0] = 44;
          Put<uint32_t>(r, 4, 0x123456);
@@ -113,7 +103,7 @@ const KindCase kKinds[] = {
          Put<uint32_t>(r, 4, 0x123456);
      },
      12},
-    {"tunnel", SimKind::Tunnel, 3, 18, 19, 616,
+    {"tunnel", RecordKind::Conn, 3, 18, 19, 616,
      [](Bytes &r, bool del) {
          Put<uint32_t>(r, 4, (44u << 24) | (5u << 21) | 0x1FFFFF);
          if (del) {
@@ -121,9 +111,10 @@ const KindCase kKinds[] = {
          }
      },
      [](Bytes &r, bool) { Put<uint32_t>(r, 4, (44u << 24) | (5u << 21) | 0x1FFFFE); }, 0},
-    {"rate limit", SimKind::Ratelimit, 10, 1, 2, 72, [](Bytes &r, bool) { Put<uint32_t>(r, 0, 7); },
-     [](Bytes &r, bool) { Put<uint32_t>(r, 0, 8); }, 12},
-    {"access name", SimKind::AcsName, 6, 0, 1, 4480,
+    {"rate limit", RecordKind::Ratelimit, 10, 1, 2, 72,
+     [](Bytes &r, bool) { Put<uint32_t>(r, 0, 7); }, [](Bytes &r, bool) { Put<uint32_t>(r, 0, 8); },
+     12},
+    {"access name", RecordKind::AcsName, 6, 0, 1, 4480,
      [](Bytes &r, bool del) {
          std::memcpy(r.data() + 4, "office", 6);
          if (!del) {
@@ -131,9 +122,9 @@ const KindCase kKinds[] = {
          }
      },
      [](Bytes &r, bool) { std::memcpy(r.data() + 4, "offices", 7); }, 72},
-    {"shaper", SimKind::Shaper, 15, 1, 2, 224, [](Bytes &r, bool) { r[0] = 9; },
+    {"shaper", RecordKind::Shaper, 15, 1, 2, 224, [](Bytes &r, bool) { r[0] = 9; },
      [](Bytes &r, bool) { r[0] = 10; }, 4},
-    {"policy rule", SimKind::Rule, 4, 0x0000, 0x0002, 17528,
+    {"policy rule", RecordKind::Rule, 4, 0x0000, 0x0002, 17528,
      [](Bytes &r, bool) {
          r[2] = 1;
          Put<uint32_t>(r, 16, 77);
@@ -143,7 +134,7 @@ const KindCase kKinds[] = {
          Put<uint32_t>(r, 16, 77);
      },
      8},
-    {"dns proxy rule", SimKind::Rule, 4, 0x0400, 0x0402, 17528,
+    {"dns proxy rule", RecordKind::Rule, 4, 0x0400, 0x0402, 17528,
      [](Bytes &r, bool) {
          r[2] = 1;
          Put<uint32_t>(r, 16, 77);
@@ -199,7 +190,7 @@ TEST(SimHandlers, RuleKeyTakesTheTableFromTheFunction) {
     Put<uint32_t>(rule, 16, 5);
     EXPECT_EQ(Call(ctx, 4, 0x0000, rule).status, 0); // policy
     EXPECT_EQ(Call(ctx, 4, 0x0100, rule).status, 0); // snat: same zone and id, another rule
-    EXPECT_EQ(ctx.store.Table(SimKind::Rule).size(), 2u);
+    EXPECT_EQ(ctx.store.Table(RecordKind::Rule).size(), 2u);
     EXPECT_EQ(Call(ctx, 4, 0x0202, rule).status, -2); // no such dnat rule
     EXPECT_EQ(Call(ctx, 4, 0x0102, rule).status, 0);
     EXPECT_EQ(Call(ctx, 4, 0x0102, rule).status, -2);
@@ -216,15 +207,15 @@ TEST(SimHandlers, PopAndCpeLinkIpsAreKeptApartByTheirType) {
     pop[0] = 2;
     EXPECT_EQ(Call(ctx, 3, 5, cpe).status, 0);
     EXPECT_EQ(Call(ctx, 3, 9, pop).status, 0);
-    EXPECT_EQ(ctx.store.Table(SimKind::LinkIp).size(), 2u);
+    EXPECT_EQ(ctx.store.Table(RecordKind::LinkIp).size(), 2u);
     // del_pop_ip puts type 2 in byte 0: it removes the POP address only.
     Bytes del(36, 0);
     del[0] = 2;
     del[1] = 2;
     Put<uint32_t>(del, 8, 3);
     EXPECT_EQ(Call(ctx, 3, 10, del).status, 0);
-    ASSERT_EQ(ctx.store.Table(SimKind::LinkIp).size(), 1u);
-    EXPECT_EQ(ctx.store.Table(SimKind::LinkIp).begin()->second.bytes, cpe);
+    ASSERT_EQ(ctx.store.Table(RecordKind::LinkIp).size(), 1u);
+    EXPECT_EQ(ctx.store.Table(RecordKind::LinkIp).begin()->second.bytes, cpe);
 }
 
 TEST(SimHandlers, EngineAndGlobalArgumentsKeepTheLastValuePerCode) {
@@ -237,7 +228,7 @@ TEST(SimHandlers, EngineAndGlobalArgumentsKeepTheLastValuePerCode) {
     EXPECT_EQ(Call(ctx, 8, 0, engine).status, 0);
     engine[4] = 1;
     EXPECT_EQ(Call(ctx, 8, 0, engine).status, 0);
-    const SimTable &params = ctx.store.Table(SimKind::Engine);
+    const SimTable &params = ctx.store.Table(RecordKind::Engine);
     ASSERT_EQ(params.size(), 2u);
     EXPECT_EQ(Get<uint32_t>(params.rbegin()->second.bytes, 8), 40u); // code 21
 
@@ -247,7 +238,7 @@ TEST(SimHandlers, EngineAndGlobalArgumentsKeepTheLastValuePerCode) {
     EXPECT_EQ(Call(ctx, 3, 26, arg).status, 0);
     Put<uint64_t>(arg, 8, 104448000);
     EXPECT_EQ(Call(ctx, 3, 26, arg).status, 0);
-    const SimTable &args = ctx.store.Table(SimKind::GlobalArg);
+    const SimTable &args = ctx.store.Table(RecordKind::GlobalArg);
     ASSERT_EQ(args.size(), 1u);
     EXPECT_EQ(args.begin()->second.bytes, arg);
 }
@@ -384,7 +375,7 @@ TEST(SimHandlers, RestoreTakesOnlyPersistentRecordsOfSetFunctions) {
     EXPECT_EQ(SimRestoreRecord(ctx, 15, 3, Shaper(4, 1)), -22); // a get
     EXPECT_EQ(SimRestoreRecord(ctx, 4, 0, Bytes(17528, 0xFF)), -22);
     EXPECT_EQ(SimRestoreRecord(ctx, 15, 1, Bytes(223, 1)), -22);
-    ASSERT_EQ(ctx.store.Table(SimKind::Shaper).size(), 1u);
+    ASSERT_EQ(ctx.store.Table(RecordKind::Shaper).size(), 1u);
 }
 
 TEST(SimHandlers, CommandNamesArePdtoolsWords) {

@@ -1,7 +1,7 @@
 // The request journal.
 #include "agentsim/sim_journal.h"
 
-#include "agentsim/decode_util.h"
+#include "agentconf/json_out.h"
 
 #include <cstdio>
 
@@ -70,25 +70,25 @@ std::string SimJournalLine(const SimJournalEntry &e) {
                   e.time.month % 100u, e.time.day % 100u, e.time.hour % 100u, e.time.minute % 100u,
                   e.time.second % 100u, e.time.milliseconds % 1000u);
     json_object *line = json_object_new_object();
-    sim::AddString(line, "time", time);
-    sim::AddInt(line, "module", e.module);
-    sim::AddInt(line, "function", e.function);
+    ovrec::AddString(line, "time", time);
+    ovrec::AddInt(line, "module", e.module);
+    ovrec::AddInt(line, "function", e.function);
     json_object_object_add(line, "command",
                            e.command == nullptr ? nullptr : json_object_new_string(e.command));
     if (e.answered) {
-        sim::AddInt(line, "status", e.status);
-        sim::AddInt(line, "length", static_cast<int64_t>(e.length));
-        sim::AddString(line, "payload", sim::HexText(e.payload.data(), e.payload.size()));
+        ovrec::AddInt(line, "status", e.status);
+        ovrec::AddInt(line, "length", static_cast<int64_t>(e.length));
+        ovrec::AddString(line, "payload", ovrec::HexText(e.payload.data(), e.payload.size()));
         json_object_object_add(line, "record",
                                e.record == nullptr ? nullptr : json_object_get(e.record));
     } else {
         json_object_object_add(line, "status", nullptr);
-        sim::AddString(line, "error", e.error == nullptr ? "" : e.error);
+        ovrec::AddString(line, "error", e.error == nullptr ? "" : e.error);
         // The announced length can pass 2^63; shown as the unsigned number.
         json_object_object_add(line, "length", json_object_new_uint64(e.length));
     }
     if (e.fault != nullptr) {
-        sim::AddString(line, "fault", e.fault);
+        ovrec::AddString(line, "fault", e.fault);
     }
     std::string text = AsUtf8(json_object_to_json_string_ext(
         line, JSON_C_TO_STRING_PLAIN | JSON_C_TO_STRING_NOSLASHESCAPE));

@@ -22,7 +22,7 @@ struct SimOptions {
     std::string journal; ///< empty: none; "-": standard output
     std::string state;   ///< empty: nothing survives a restart
     std::string readyFile;
-    SimSaCluster sa;
+    AgentSaClusterInfo sa{};
     SimFaults faults;
 };
 

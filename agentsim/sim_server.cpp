@@ -83,7 +83,8 @@ bool SendAnswer(OV_PipeConn *conn, FlexMsg *msg, const SimAnswer &answer) {
 
 } // namespace
 
-SimAgent::SimAgent(const SimSaCluster &sa, SimFaults faults, std::string statePath, FILE *journal)
+SimAgent::SimAgent(const AgentSaClusterInfo &sa, SimFaults faults, std::string statePath,
+                   FILE *journal)
     : faults_(std::move(faults)), statePath_(std::move(statePath)), journal_(journal) {
     ctx_.sa = sa;
 }

@@ -25,7 +25,7 @@ struct SimAnswer {
 class SimAgent {
   public:
     /// journal may be nullptr; it stays the caller's. statePath empty: no state file.
-    SimAgent(const SimSaCluster &sa, SimFaults faults, std::string statePath, FILE *journal);
+    SimAgent(const AgentSaClusterInfo &sa, SimFaults faults, std::string statePath, FILE *journal);
 
     /// Reads the state file (when there is one). Returns 0 or a negative code
     /// with a message in *error.

@@ -37,7 +37,7 @@ class Served {
         ovtest::UsePrivatePipeDir();
         journalPath_ = journalDir_.File("journal.jsonl");
         journal_ = std::fopen(journalPath_.c_str(), "wb");
-        agent_ = std::make_unique<SimAgent>(SimSaCluster{}, std::move(faults), "", journal_);
+        agent_ = std::make_unique<SimAgent>(AgentSaClusterInfo{}, std::move(faults), "", journal_);
         EXPECT_EQ(OV_PipeServerCreate(name_.c_str(), 3, &server_), 0);
         thread_ = std::thread([this] { SimServe(*agent_, server_, stop_); });
     }

@@ -2,7 +2,7 @@
 #include "agentsim/sim_state.h"
 
 #include "agentconf/json_conv.h"
-#include "agentsim/decode_util.h"
+#include "agentconf/json_out.h"
 #include "agentsim/sim_os.h"
 #include "base/errors.h"
 
@@ -50,12 +50,12 @@ std::string SimStateText(const SimStore &store) {
     bool first = true;
     for (const SimRecord *rec : SimPersistentRecords(store)) {
         json_object *obj = json_object_new_object();
-        sim::AddInt(obj, "module", rec->module);
-        sim::AddInt(obj, "function", rec->function);
+        ovrec::AddInt(obj, "module", rec->module);
+        ovrec::AddInt(obj, "function", rec->function);
         const char *command = SimCommandName(rec->module, rec->function, rec->bytes);
         json_object_object_add(obj, "command",
                                command == nullptr ? nullptr : json_object_new_string(command));
-        sim::AddString(obj, "payload", sim::HexText(rec->bytes.data(), rec->bytes.size()));
+        ovrec::AddString(obj, "payload", ovrec::HexText(rec->bytes.data(), rec->bytes.size()));
         text += first ? "\n" : ",\n";
         text += json_object_to_json_string_ext(obj, JSON_C_TO_STRING_SPACED);
         json_object_put(obj);

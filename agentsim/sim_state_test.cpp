@@ -67,7 +67,7 @@ TEST(SimState, KeepsExactlyThePersistentRecords) {
         EXPECT_EQ(got[i]->module, want[i]->module);
         EXPECT_EQ(got[i]->function, want[i]->function);
     }
-    EXPECT_TRUE(restored.store.Table(SimKind::Rule).empty());
+    EXPECT_TRUE(restored.store.Table(RecordKind::Rule).empty());
     // Written again, the restored store gives the same text.
     EXPECT_EQ(SimStateText(restored.store), text);
 }
@@ -106,7 +106,7 @@ TEST(SimState, RefusesTextsItDidNotWrite) {
         std::string error;
         EXPECT_EQ(SimStateRestore(ctx, text, &error), -22);
         EXPECT_FALSE(error.empty());
-        EXPECT_EQ(ctx.store.Table(SimKind::Shaper).size(), 1u); // left as it was
+        EXPECT_EQ(ctx.store.Table(RecordKind::Shaper).size(), 1u); // left as it was
     }
     SimContext ctx;
     std::string error;
@@ -140,7 +140,7 @@ TEST(SimState, SaveReplacesTheFileAndLoadReadsItBack) {
 TEST(SimState, AgentWritesTheFileBeforeItAnswers) {
     ovtest::ScopedTempDir dir("state");
     const std::string path = dir.File("state.json");
-    SimAgent agent(SimSaCluster{}, SimFaults{}, path, nullptr);
+    SimAgent agent(AgentSaClusterInfo{}, SimFaults{}, path, nullptr);
     std::string error;
     ASSERT_EQ(agent.LoadState(&error), 0) << error;
 
@@ -162,7 +162,7 @@ TEST(SimState, AgentWritesTheFileBeforeItAnswers) {
 
     // A restarted agent starts from the file.
     EXPECT_EQ(agent.Answer(10, 1, Record(72, 64, 0x80, 5)).status, 0);
-    SimAgent restarted(SimSaCluster{}, SimFaults{}, path, nullptr);
+    SimAgent restarted(AgentSaClusterInfo{}, SimFaults{}, path, nullptr);
     ASSERT_EQ(restarted.LoadState(&error), 0) << error;
     Bytes del(72, 0);
     del[0] = 5;
@@ -173,7 +173,7 @@ TEST(SimState, AgentWritesTheFileBeforeItAnswers) {
 TEST(SimState, AFailedWriteIsAnswered) {
     ovtest::ScopedTempDir dir("state");
     // The state file's directory does not exist: the write fails.
-    SimAgent agent(SimSaCluster{}, SimFaults{}, dir.File("missing") + "/state.json", nullptr);
+    SimAgent agent(AgentSaClusterInfo{}, SimFaults{}, dir.File("missing") + "/state.json", nullptr);
     ovtest::StdoutCapture log;
     EXPECT_LT(agent.Answer(15, 1, Record(224, 1, 1, 2)).status, 0);
     EXPECT_NE(log.Take().find("Failed to write the state file"), std::string::npos);

@@ -1,7 +1,7 @@
 // The simulator's configuration store.
 #include "agentsim/sim_store.h"
 
-const SimRecord *SimStore::Find(SimKind kind, const SimKey &key) const {
+const SimRecord *SimStore::Find(RecordKind kind, const SimKey &key) const {
     const SimTable &table = Table(kind);
     auto it = table.find(key);
     return it == table.end() ? nullptr : &it->second;

@@ -3,25 +3,14 @@
 // thread-safe: the server guards it with one mutex.
 #pragma once
 
+#include "agentconf/protocol.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
-
-enum class SimKind : uint8_t {
-    LinkIp,
-    Link,
-    Tunnel,
-    GlobalArg,
-    Rule,
-    Ratelimit,
-    AcsName,
-    Engine,
-    Shaper,
-};
-constexpr size_t SIM_KIND_COUNT = 9;
 
 /// A stored record and the set request that stored it.
 struct SimRecord {
@@ -38,20 +27,20 @@ using SimTable = std::map<SimKey, SimRecord>;
 class SimStore {
   public:
     /// Stores rec under key, replacing what was there.
-    void Put(SimKind kind, const SimKey &key, SimRecord rec) {
+    void Put(RecordKind kind, const SimKey &key, SimRecord rec) {
         Mutable(kind)[key] = std::move(rec);
     }
     /// The record under key, or nullptr. Valid until the next change.
-    const SimRecord *Find(SimKind kind, const SimKey &key) const;
+    const SimRecord *Find(RecordKind kind, const SimKey &key) const;
     /// Removes the record under key; false when there was none.
-    bool Erase(SimKind kind, const SimKey &key) { return Mutable(kind).erase(key) != 0; }
-    const SimTable &Table(SimKind kind) const { return tables_[static_cast<size_t>(kind)]; }
+    bool Erase(RecordKind kind, const SimKey &key) { return Mutable(kind).erase(key) != 0; }
+    const SimTable &Table(RecordKind kind) const { return tables_[static_cast<size_t>(kind)]; }
     void Clear();
 
   private:
-    SimTable &Mutable(SimKind kind) { return tables_[static_cast<size_t>(kind)]; }
+    SimTable &Mutable(RecordKind kind) { return tables_[static_cast<size_t>(kind)]; }
 
-    std::array<SimTable, SIM_KIND_COUNT> tables_;
+    std::array<SimTable, RECORD_KIND_COUNT> tables_;
 };
 
 /// Builds a key from fields, most significant first.

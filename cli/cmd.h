@@ -4,6 +4,7 @@
 
 #include "base/log.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -25,7 +26,7 @@ constexpr size_t CMD_TABLE_ROWS = 46;
 
 /// The 46 commands, in an order that matters: the first row whose name
 /// starts the command word wins.
-extern const CmdEntry g_cmdTable[CMD_TABLE_ROWS];
+extern const std::array<CmdEntry, CMD_TABLE_ROWS> g_cmdTable;
 
 /// The usage text, printed whole when pdtool runs without an argument.
 extern const char CmdUsage[];

@@ -2,6 +2,7 @@
 // as text in the output buffer.
 #include "cli/get_print.h"
 
+#include "agentconf/protocol.h"
 #include "agentconf/shaper.h"
 #include "base/mem.h"
 #include "cli/cmd.h"
@@ -15,14 +16,14 @@
 
 namespace {
 
-constexpr uint8_t kModuleShaper = 15;
-constexpr uint16_t kFuncShaperGet = 3;
-constexpr uint8_t kFuncShaperTbl = 4;
-constexpr uint16_t kFuncSaCluster = 7;
+constexpr uint8_t kModuleShaper = OV_ModuleOf(RecordKind::Shaper);
+constexpr uint16_t kFuncShaperGet = OV_FunctionOf(RecordKind::Shaper, CmdOp::GetOne);
+constexpr uint8_t kFuncShaperTbl = OV_FunctionOf(RecordKind::Shaper, CmdOp::GetTable);
+constexpr uint16_t kFuncSaCluster = OV_FunctionOf(RecordKind::SaCluster, CmdOp::GetSaCluster);
+static_assert(OV_ModuleOf(RecordKind::SaCluster) == kModuleShaper);
 
-constexpr size_t kShaperTblHeader = 4;
+constexpr size_t kShaperTblHeader = OV_SHAPER_TABLE_HEADER_LEN;
 constexpr size_t kShaperRecord = sizeof(AgentShaperConf);
-constexpr size_t kSaClusterLen = 540;
 
 struct JsonPut {
     void operator()(json_object *obj) const { json_object_put(obj); }
@@ -30,13 +31,6 @@ struct JsonPut {
 struct AgentFree {
     void operator()(char *text) const { AgentMemFree(text); }
 };
-
-template <typename T>
-T Load(const uint8_t *p) {
-    T v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
 
 } // namespace
 
@@ -166,26 +160,26 @@ int32_t CmdShaperTblGet(const char * /*arg*/, char *out, uint32_t /*outLen*/, ui
 }
 
 int32_t CmdSaClusterGet(const char * /*arg*/, char *out, uint32_t outLen, uint16_t /*id*/) {
-    uint8_t reply[kSaClusterLen];
-    std::memset(reply, 0, sizeof reply);
-    int32_t ret = OV_ImcConfGet(kModuleShaper, kFuncSaCluster, nullptr, 0, reply, sizeof reply);
+    AgentSaClusterInfo reply;
+    std::memset(&reply, 0, sizeof reply);
+    int32_t ret = OV_ImcConfGet(kModuleShaper, kFuncSaCluster, nullptr, 0, &reply, sizeof reply);
 
     // The text is built whatever the result; a failure prints only its line.
     static constexpr const char *kRoles[] = {"disable", "master", "slave"};
-    int32_t role = Load<int32_t>(reply);
     // The agent sends only 0, 1 or 2; anything else must not index past the words.
-    const char *roleWord = role >= 0 && role < 3 ? kRoles[role] : "unknown";
+    const char *roleWord = reply.role >= 0 && reply.role < 3 ? kRoles[reply.role] : "unknown";
     char *end = out + outLen;
     char *pos = out;
     pos = CmdAppendf(pos, end, "SA.Role: %s\n", roleWord);
-    pos = CmdAppendf(pos, end, "SA.CalQueueLen: %u\n", reply[4]);
-    pos = CmdAppendf(pos, end, "SA.LocalLanId: %u\n", reply[5]);
-    pos = CmdAppendf(pos, end, "SA.LocalPort: %u\n", Load<uint16_t>(reply + 6));
-    pos = CmdAppendf(pos, end, "SA.MasterCpeId: %u\n", Load<uint32_t>(reply + 16));
-    // A host-order address: printed from the byte at 15 down to the one at 12.
-    pos = CmdAppendf(pos, end, "SA.MasterIp: %u.%u.%u.%u\n", reply[15], reply[14], reply[13],
-                     reply[12]);
-    pos = CmdAppendf(pos, end, "SA.MasterPort: %u\n", Load<uint16_t>(reply + 8));
+    pos = CmdAppendf(pos, end, "SA.CalQueueLen: %u\n", reply.calQueueLen);
+    pos = CmdAppendf(pos, end, "SA.LocalLanId: %u\n", reply.localLanId);
+    pos = CmdAppendf(pos, end, "SA.LocalPort: %u\n", reply.localPort);
+    pos = CmdAppendf(pos, end, "SA.MasterCpeId: %u\n", reply.masterCpeId);
+    // A host-order address: printed from its most significant byte down.
+    pos = CmdAppendf(pos, end, "SA.MasterIp: %u.%u.%u.%u\n", (reply.masterIp >> 24) & 0xFF,
+                     (reply.masterIp >> 16) & 0xFF, (reply.masterIp >> 8) & 0xFF,
+                     reply.masterIp & 0xFF);
+    pos = CmdAppendf(pos, end, "SA.MasterPort: %u\n", reply.masterPort);
     if (pos == end && pos[-1] != '\n') {
         ret = -132;
     }

@@ -7,6 +7,7 @@
 #include "agentconf/engine.h"
 #include "agentconf/globalarg.h"
 #include "agentconf/link.h"
+#include "agentconf/protocol.h"
 #include "agentconf/ratelimit.h"
 #include "agentconf/rule.h"
 #include "agentconf/shaper.h"
@@ -19,26 +20,33 @@
 
 namespace {
 
-constexpr uint8_t kModuleConn = 3;
-constexpr uint8_t kModuleRule = 4;
-constexpr uint8_t kModuleAcsName = 6;
-constexpr uint8_t kModuleEngine = 8;
-constexpr uint8_t kModuleRatelimit = 10;
-constexpr uint8_t kModuleShaper = 15;
+// Module and function numbers come from the protocol description. Link-IP
+// records name their command: the record's type picks the CPE or POP side.
+constexpr uint8_t kModuleConn = OV_ModuleOf(RecordKind::Conn);
+constexpr uint8_t kModuleRule = OV_ModuleOf(RecordKind::Rule);
+constexpr uint8_t kModuleAcsName = OV_ModuleOf(RecordKind::AcsName);
+constexpr uint8_t kModuleEngine = OV_ModuleOf(RecordKind::Engine);
+constexpr uint8_t kModuleRatelimit = OV_ModuleOf(RecordKind::Ratelimit);
+constexpr uint8_t kModuleShaper = OV_ModuleOf(RecordKind::Shaper);
+static_assert(OV_ModuleOf(RecordKind::LinkIp) == kModuleConn &&
+              OV_ModuleOf(RecordKind::Link) == kModuleConn &&
+              OV_ModuleOf(RecordKind::GlobalArg) == kModuleConn);
 
-constexpr uint16_t kFuncCpeIpSet = 0x05;
-constexpr uint16_t kFuncPopIpSet = 0x09;
-constexpr uint16_t kFuncCpeIpDel = 0x06;
-constexpr uint16_t kFuncLinkSet = 0x0d;
-constexpr uint16_t kFuncLinkDel = 0x0e;
-constexpr uint16_t kFuncTunnelSet = 0x12;
-constexpr uint16_t kFuncTunnelDel = 0x13;
-constexpr uint16_t kFuncConnCmd = 0x1a;
-constexpr uint16_t kFuncSet = 1;
-constexpr uint16_t kFuncDel = 2;
-constexpr uint16_t kFuncAcsNameSet = 0;
-constexpr uint16_t kFuncAcsNameDel = 1;
-constexpr uint16_t kFuncEngine = 0;
+constexpr uint16_t kFuncCpeIpSet = OV_Command("set_cpe_ip").function;
+constexpr uint16_t kFuncPopIpSet = OV_Command("set_pop_ip").function;
+constexpr uint16_t kFuncCpeIpDel = OV_Command("del_cpe_ip").function;
+constexpr uint16_t kFuncLinkSet = OV_FunctionOf(RecordKind::Link, CmdOp::Set);
+constexpr uint16_t kFuncLinkDel = OV_FunctionOf(RecordKind::Link, CmdOp::Delete);
+constexpr uint16_t kFuncTunnelSet = OV_FunctionOf(RecordKind::Conn, CmdOp::Set);
+constexpr uint16_t kFuncTunnelDel = OV_FunctionOf(RecordKind::Conn, CmdOp::Delete);
+constexpr uint16_t kFuncConnCmd = OV_FunctionOf(RecordKind::GlobalArg, CmdOp::Set);
+constexpr uint16_t kFuncShaperSet = OV_FunctionOf(RecordKind::Shaper, CmdOp::Set);
+constexpr uint16_t kFuncShaperDel = OV_FunctionOf(RecordKind::Shaper, CmdOp::Delete);
+constexpr uint16_t kFuncRatelimitSet = OV_FunctionOf(RecordKind::Ratelimit, CmdOp::Set);
+constexpr uint16_t kFuncRatelimitDel = OV_FunctionOf(RecordKind::Ratelimit, CmdOp::Delete);
+constexpr uint16_t kFuncAcsNameSet = OV_FunctionOf(RecordKind::AcsName, CmdOp::Set);
+constexpr uint16_t kFuncAcsNameDel = OV_FunctionOf(RecordKind::AcsName, CmdOp::Delete);
+constexpr uint16_t kFuncEngine = OV_FunctionOf(RecordKind::Engine, CmdOp::Set);
 
 bool NullArg(const char *arg) {
     if (arg == nullptr) {
@@ -123,13 +131,14 @@ int32_t CmdConnCmdSet(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint
 
 int32_t CmdShaperSet(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint16_t /*id*/) {
     return ConvertAndSend(arg, OV_AgentShaperJsonStrToConf,
-                          "Convert shaper json str to conf failed\n", kModuleShaper, kFuncSet);
+                          "Convert shaper json str to conf failed\n", kModuleShaper,
+                          kFuncShaperSet);
 }
 
 int32_t CmdRatelimitSet(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint16_t /*id*/) {
     return ConvertAndSend(arg, OV_AgentRatelimitJsonStrToConf,
                           "Convert ratelimit json str to conf failed\n", kModuleRatelimit,
-                          kFuncSet);
+                          kFuncRatelimitSet);
 }
 
 int32_t CmdAcsNameSet(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint16_t /*id*/) {
@@ -246,7 +255,7 @@ int32_t CmdShaperDel(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint1
     AgentShaperConf conf;
     std::memset(&conf, 0, sizeof conf);
     conf.shaperId = shaperId;
-    return OV_ImcConfSet(kModuleShaper, kFuncDel, &conf, sizeof conf);
+    return OV_ImcConfSet(kModuleShaper, kFuncShaperDel, &conf, sizeof conf);
 }
 
 bool ShaperIdArg(const char *arg, uint8_t *id) {
@@ -275,7 +284,7 @@ int32_t CmdRatelimitDel(const char *arg, char * /*out*/, uint32_t /*outLen*/, ui
     std::memset(&conf, 0, sizeof conf);
     const KvScanTarget targets[] = {{&conf.rateLimitId, nullptr, 0}};
     KvScan(arg, "id=%u", targets, 1);
-    return OV_ImcConfSet(kModuleRatelimit, kFuncDel, &conf, sizeof conf);
+    return OV_ImcConfSet(kModuleRatelimit, kFuncRatelimitDel, &conf, sizeof conf);
 }
 
 int32_t CmdAcsNameDel(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint16_t /*id*/) {

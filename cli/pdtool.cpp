@@ -1,5 +1,6 @@
 // pdtool's run: start-up, the command table and its dispatcher, clean-up.
 #include "agentconf/json_conv.h"
+#include "agentconf/protocol.h"
 #include "base/errors.h"
 #include "base/mem.h"
 #include "base/platform.h"
@@ -8,62 +9,59 @@
 #include "cli/handlers.h"
 #include "imc/conf_client.h"
 
+#include <array>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <utility>
 
-// Rows 7 and 8 (set_dns, del_dns) are prefixes of rows 9 and 10 and stand
-// before them, so "set_dns_proxy" runs with id 0x0300: kept on purpose.
-const CmdEntry g_cmdTable[CMD_TABLE_ROWS] = {
-    {"set_policy", CmdRuleSet, 0x0000},
-    {"del_policy", CmdRuleDel, 0x0002},
-    {"set_snat", CmdRuleSet, 0x0100},
-    {"del_snat", CmdRuleDel, 0x0102},
-    {"set_dnat", CmdRuleSet, 0x0200},
-    {"del_dnat", CmdRuleDel, 0x0202},
-    {"set_dns", CmdRuleSet, 0x0300},
-    {"del_dns", CmdRuleDel, 0x0302},
-    {"set_dns_proxy", CmdRuleSet, 0x0400},
-    {"del_dns_proxy", CmdRuleDel, 0x0402},
-    {"set_cpe_ip", CmdLinkIpSet, 0x0005},
-    {"del_cpe_ip", CmdLinkIpDel, 0x0006},
-    {"set_pop_ip", CmdLinkIpSet, 0x0009},
-    {"del_pop_ip", CmdLinkIpDel, 0x000a},
-    {"set_link", CmdLinkSet, 0x000d},
-    {"del_link", CmdLinkDel, 0x000e},
-    {"set_tunnel", CmdConnSet, 0x0012},
-    {"del_tunnel", CmdConnDel, 0x0013},
-    {"set_conn_cmd", CmdConnCmdSet, 0x001a},
-    {"set_shaper_conf", CmdShaperSet, 0x0001},
-    {"del_shaper_conf", CmdShaperDel, 0x0002},
-    {"get_shaper_conf", CmdShaperGet, 0x0003},
-    {"get_shaper_tbl", CmdShaperTblGet, 0x0004},
-    {"get_sa_cluster", CmdSaClusterGet, 0x0007},
-    {"set_ratelimit", CmdRatelimitSet, 0x0001},
-    {"del_ratelimit", CmdRatelimitDel, 0x0002},
-    {"set_acsname", CmdAcsNameSet, 0x0000},
-    {"del_acsname", CmdAcsNameDel, 0x0001},
-    {"set_engine_pcapEnable", CmdEngineParamSet, 0x000a},
-    {"set_engine_wanKbps", CmdEngineParamSet, 0x0001},
-    {"set_engine_wanBurstBytes", CmdEngineParamSet, 0x0002},
-    {"set_engine_tcpAccEnable", CmdEngineParamSet, 0x0003},
-    {"set_engine_subnetAccEnable", CmdEngineParamSet, 0x0005},
-    {"set_engine_shaperEnable", CmdEngineParamSet, 0x0006},
-    {"set_engine_hostFairTcpAccSessNum", CmdEngineParamSet, 0x0009},
-    {"set_engine_hostFairEnable", CmdEngineParamSet, 0x000b},
-    {"set_engine_wanInKbps", CmdEngineParamSet, 0x000c},
-    {"set_engine_wanInBurstBytes", CmdEngineParamSet, 0x000d},
-    {"set_engine_hostFairUdpSessNum", CmdEngineParamSet, 0x000e},
-    {"set_engine_cmd", CmdEngineParamSet, 0x000f},
-    {"set_engine_hostFairTcpActSessNum", CmdEngineParamSet, 0x0010},
-    {"set_engine_trackRandomLoss", CmdEngineParamSet, 0x0011},
-    {"set_engine_maxTxEnable", CmdEngineParamSet, 0x0012},
-    {"set_engine_conservMode", CmdEngineParamSet, 0x0013},
-    {"set_engine_engSysEnable", CmdEngineParamSet, 0x0014},
-    {"set_engine_srtt", CmdEngineParamSet, 0x0015},
-};
+namespace {
+
+// A command's handler follows from what it does to which kind of record.
+constexpr CmdHandler HandlerOf(const CommandSpec &c) {
+    bool set = c.op == CmdOp::Set;
+    switch (c.kind) {
+    case RecordKind::Rule:
+        return set ? CmdRuleSet : CmdRuleDel;
+    case RecordKind::LinkIp:
+        return set ? CmdLinkIpSet : CmdLinkIpDel;
+    case RecordKind::Link:
+        return set ? CmdLinkSet : CmdLinkDel;
+    case RecordKind::Conn:
+        return set ? CmdConnSet : CmdConnDel;
+    case RecordKind::GlobalArg:
+        return CmdConnCmdSet;
+    case RecordKind::Ratelimit:
+        return set ? CmdRatelimitSet : CmdRatelimitDel;
+    case RecordKind::AcsName:
+        return set ? CmdAcsNameSet : CmdAcsNameDel;
+    case RecordKind::Engine:
+        return CmdEngineParamSet;
+    case RecordKind::Shaper:
+        return set                     ? CmdShaperSet
+               : c.op == CmdOp::Delete ? CmdShaperDel
+               : c.op == CmdOp::GetOne ? CmdShaperGet
+                                       : CmdShaperTblGet;
+    case RecordKind::SaCluster:
+        return CmdSaClusterGet;
+    }
+    return nullptr;
+}
+
+template <size_t... I>
+constexpr std::array<CmdEntry, sizeof...(I)> BuildTable(std::index_sequence<I...>) {
+    return {{CmdEntry{kCommands[I].word, HandlerOf(kCommands[I]), kCommands[I].id}...}};
+}
+
+} // namespace
+
+// The protocol description's commands, in its order (which dispatch depends
+// on: "set_dns_proxy" words run as "set_dns", kept on purpose).
+constexpr std::array<CmdEntry, CMD_TABLE_ROWS> g_cmdTable =
+    BuildTable(std::make_index_sequence<CMD_TABLE_ROWS>{});
+static_assert(CMD_TABLE_ROWS == OV_COMMAND_COUNT);
 
 int PrintOut(const char *fmt, ...) {
     va_list ap;

@@ -9,8 +9,28 @@ if(WIN32)
   install(TARGETS pdtool agentsim RUNTIME DESTINATION .)
   install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION .)
 else()
+  # pdtool's completion offers the command words of the protocol description.
+  file(STRINGS ${PROJECT_SOURCE_DIR}/agentconf/protocol.h ov_command_rows
+       REGEX "^ *{\"[A-Za-z_]+\", RecordKind::")
+  set(OV_COMPLETION_WORDS "")
+  foreach(row IN LISTS ov_command_rows)
+    string(REGEX REPLACE "^ *{\"([A-Za-z_]+)\", RecordKind::[A-Za-z]+, CmdOp::([A-Za-z]+).*" "\\1 \\2"
+           row "${row}")
+    string(REPLACE " " ";" row "${row}")
+    list(GET row 0 word)
+    list(GET row 1 op)
+    if(NOT op MATCHES "^Get(Table|SaCluster)$")
+      string(APPEND word "/")
+    endif()
+    string(APPEND OV_COMPLETION_WORDS " ${word}")
+  endforeach()
+  string(STRIP "${OV_COMPLETION_WORDS}" OV_COMPLETION_WORDS)
+  configure_file(${PROJECT_SOURCE_DIR}/packaging/bash-completion/pdtool.in
+                 ${PROJECT_BINARY_DIR}/packaging/bash-completion/pdtool @ONLY)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
+               ${PROJECT_SOURCE_DIR}/agentconf/protocol.h)
   install(TARGETS pdtool agentsim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-  install(FILES ${PROJECT_SOURCE_DIR}/packaging/bash-completion/pdtool
+  install(FILES ${PROJECT_BINARY_DIR}/packaging/bash-completion/pdtool
                 ${PROJECT_SOURCE_DIR}/packaging/bash-completion/agentsim
           DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
   install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})

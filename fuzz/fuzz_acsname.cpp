@@ -1,7 +1,6 @@
 // Fuzz target: access-name JSON to its 4480-byte record (and the entry arrays
-// the converter allocates), and the round trip through the simulator's decoder.
+// the converter allocates), and the round trip through its decoder.
 #include "agentconf/acsname.h"
-#include "agentsim/decode.h"
 #include "fuzz/fuzz_support.h"
 
 namespace {
@@ -18,7 +17,7 @@ void ClearEntryCountsAndReferences(uint8_t *rec) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static const ovfuzz::ConverterTarget<AgentAcsNameConf> target{
-        OV_AgentAcsNameJsonStrToConf, SimDecodeAcsName, OV_AgentAcsNameConfRelease,
+        OV_AgentAcsNameJsonStrToConf, OV_AgentAcsNameRecordToJson, OV_AgentAcsNameConfRelease,
         ClearEntryCountsAndReferences};
     return ovfuzz::RunConverter(target, data, size);
 }

@@ -1,10 +1,9 @@
-// Fuzz target: link JSON to its 44-byte record, and the round trip through the simulator's decoder.
+// Fuzz target: link JSON to its 44-byte record, and the round trip through its decoder.
 #include "agentconf/link.h"
-#include "agentsim/decode.h"
 #include "fuzz/fuzz_support.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static const ovfuzz::ConverterTarget<AgentLinkConf> target{OV_AgentLinkJsonStrToConf,
-                                                               SimDecodeLink};
+                                                               OV_AgentLinkRecordToJson};
     return ovfuzz::RunConverter(target, data, size);
 }

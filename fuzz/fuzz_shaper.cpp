@@ -1,7 +1,6 @@
 // Fuzz target: shaper JSON to its 224-byte record, and the round trip through
-// the simulator's decoder.
+// its decoder.
 #include "agentconf/shaper.h"
-#include "agentsim/decode.h"
 #include "fuzz/fuzz_support.h"
 
 #include <algorithm>
@@ -42,6 +41,7 @@ bool HasRateFromTwoTo31(const uint8_t *rec) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static const ovfuzz::ConverterTarget<AgentShaperConf> target{
-        OV_AgentShaperJsonStrToConf, SimDecodeShaper, nullptr, nullptr, HasRateFromTwoTo31};
+        OV_AgentShaperJsonStrToConf, OV_AgentShaperRecordToJson, nullptr, nullptr,
+        HasRateFromTwoTo31};
     return ovfuzz::RunConverter(target, data, size);
 }

@@ -39,7 +39,7 @@ ExactBlock ExactText(const uint8_t *data, size_t size);
 [[noreturn]] void Fail(const char *what, const char *detail, const uint8_t *first = nullptr,
                        const uint8_t *second = nullptr, size_t len = 0);
 
-/// One record kind: its converter, the simulator's decoder and what the
+/// One record kind: its converter, its decoder and what the
 /// decoded form is known not to carry.
 template <typename Conf>
 struct ConverterTarget {

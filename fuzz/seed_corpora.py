@@ -19,13 +19,13 @@ CORPUS = ROOT / "fuzz" / "corpus"
 
 # Test files whose JSON belongs to one record kind.
 SOURCES = {
-    "rule": ["agentconf/rule_test.cpp", "agentsim/decode_rule_test.cpp"],
-    "ratelimit": ["agentconf/ratelimit_test.cpp", "agentsim/decode_ratelimit_test.cpp"],
-    "conn": ["agentconf/conn_test.cpp", "agentsim/decode_conn_test.cpp"],
-    "globalarg": ["agentconf/globalarg_test.cpp", "agentsim/decode_globalarg_test.cpp"],
-    "shaper": ["agentconf/shaper_test.cpp", "agentsim/decode_shaper_test.cpp"],
-    "acsname": ["agentconf/acsname_test.cpp", "agentsim/decode_acsname_test.cpp"],
-    "link*": ["agentconf/link_test.cpp", "agentsim/decode_link_test.cpp"],
+    "rule": ["agentconf/rule_test.cpp", "agentconf/rule_decode_test.cpp"],
+    "ratelimit": ["agentconf/ratelimit_test.cpp", "agentconf/ratelimit_decode_test.cpp"],
+    "conn": ["agentconf/conn_test.cpp", "agentconf/conn_decode_test.cpp"],
+    "globalarg": ["agentconf/globalarg_test.cpp", "agentconf/globalarg_decode_test.cpp"],
+    "shaper": ["agentconf/shaper_test.cpp", "agentconf/shaper_decode_test.cpp"],
+    "acsname": ["agentconf/acsname_test.cpp", "agentconf/acsname_decode_test.cpp"],
+    "link*": ["agentconf/link_test.cpp", "agentconf/link_decode_test.cpp"],
     "any": ["tests/e2e/pdtool_e2e_test.cpp", "agentsim/sim_server_test.cpp",
             "agentsim/agentsim_process_test.cpp", "agentconf/json_conv_test.cpp"],
 }

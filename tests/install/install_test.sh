@@ -140,10 +140,10 @@ echo "manual page examples: $succeeded of $commands succeeded"
     grep -E 'Operation failed|invalid command|Missing expected|Invalid arg|failed' <<<"$out" || true
 }
 
-# Every command of pdtool's table is an example and a completion, and the
+# Every command of the protocol description is an example and a completion, and the
 # completion offers nothing else.
-table=$(grep -o '{"[A-Za-z_]*", Cmd' "$source_dir/cli/pdtool.cpp" | sed 's/{"//; s/", Cmd//')
-[ "$(wc -l <<<"$table")" -eq 46 ] || fail "found $(wc -l <<<"$table") rows in cli/pdtool.cpp"
+table=$(grep -o '{"[A-Za-z_]*", RecordKind::' "$source_dir/agentconf/protocol.h" | sed 's/{"//; s/", RecordKind:://')
+[ "$(wc -l <<<"$table")" -eq 46 ] || fail "found $(wc -l <<<"$table") commands in agentconf/protocol.h"
 for word in $table; do
     grep -Eq "^pdtool [\"']*${word}([/\" ]|\$)" "$work/examples.sh" ||
         fail "no manual page example for $word"

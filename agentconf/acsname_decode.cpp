@@ -1,15 +1,16 @@
-// Decoder of the access-name record (4480 bytes) for the simulator's journal and tests.
+// The access-name record (4480 bytes) back to JSON under the keys its converter reads: what the
+// agent's journal shows and pdctl explains, and what the round-trip tests
+// convert again.
 #include "agentconf/acsname.h"
-#include "agentsim/decode.h"
-#include "agentsim/decode_util.h"
+#include "agentconf/json_out.h"
 
 #include <algorithm>
 #include <cstring>
 
 namespace {
 
-using sim::AddBool;
-using sim::AddInt;
+using ovrec::AddBool;
+using ovrec::AddInt;
 
 json_object *DecodeSetNames(const char (*sets)[ACSNAME_NAME_LEN], uint8_t used) {
     json_object *arr = json_object_new_array();
@@ -34,17 +35,17 @@ json_object *DecodeProbe(const AgentAcsProbe &p) {
     if (p.ipType == 0) {
         uint32_t addr = 0;
         std::memcpy(&addr, p.addr, sizeof addr);
-        sim::AddString(obj, "Ip", sim::Ipv4Text(addr));
+        ovrec::AddString(obj, "Ip", ovrec::Ipv4Text(addr));
     } else if (p.ipType == 1) {
-        sim::AddString(obj, "Ip6", sim::Ipv6Text(p.addr));
+        ovrec::AddString(obj, "Ip6", ovrec::Ipv6Text(p.addr));
     }
-    sim::AddFixedText(obj, "Host", reinterpret_cast<const uint8_t *>(p.host), sizeof p.host);
+    ovrec::AddFixedText(obj, "Host", reinterpret_cast<const uint8_t *>(p.host), sizeof p.host);
     return obj;
 }
 
 } // namespace
 
-json_object *SimDecodeAcsName(const uint8_t *rec, size_t len) {
+json_object *OV_AgentAcsNameRecordToJson(const uint8_t *rec, size_t len) {
     if (rec == nullptr || len != sizeof(AgentAcsNameConf)) {
         return nullptr;
     }
@@ -52,7 +53,7 @@ json_object *SimDecodeAcsName(const uint8_t *rec, size_t len) {
     std::memcpy(&c, rec, sizeof c);
     json_object *obj = json_object_new_object();
     AddInt(obj, "id", static_cast<int32_t>(c.id));
-    sim::AddFixedText(obj, "ascname", reinterpret_cast<const uint8_t *>(c.name), sizeof c.name);
+    ovrec::AddFixedText(obj, "ascname", reinterpret_cast<const uint8_t *>(c.name), sizeof c.name);
     AddInt(obj, "version", static_cast<int64_t>(c.version));
     AddBool(obj, "persistentFlag", (c.flags & ACSNAME_FLAG_PERSISTENT) != 0);
     AddBool(obj, "hasdomainsetid", (c.flags & ACSNAME_FLAG_HAS_DOMAINSET) != 0);

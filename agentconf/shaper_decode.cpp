@@ -1,16 +1,16 @@
-// Decoder of the shaper record (224 bytes) for the simulator's journal and the
-// round-trip tests.
+// The shaper record (224 bytes) back to JSON under the keys its converter reads: what the
+// agent's journal shows and pdctl explains, and what the round-trip tests
+// convert again.
+#include "agentconf/json_out.h"
 #include "agentconf/shaper.h"
-#include "agentsim/decode.h"
-#include "agentsim/decode_util.h"
 
 #include <algorithm>
 
 namespace {
 
-using sim::AddBool;
-using sim::AddInt;
-using sim::Load;
+using ovrec::AddBool;
+using ovrec::AddInt;
+using ovrec::Load;
 
 constexpr size_t kBandLimitOffset = offsetof(AgentShaperConf, bandLimit);
 constexpr size_t kGuaranteeOffset = offsetof(AgentShaperConf, guaranteeBandLimit);
@@ -41,7 +41,7 @@ json_object *DecodeBandLimit(const uint8_t *rec, size_t blockOffset) {
 
 } // namespace
 
-json_object *SimDecodeShaper(const uint8_t *rec, size_t len) {
+json_object *OV_AgentShaperRecordToJson(const uint8_t *rec, size_t len) {
     if (rec == nullptr || len != sizeof(AgentShaperConf)) {
         return nullptr;
     }

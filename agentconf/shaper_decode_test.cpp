@@ -2,7 +2,6 @@
 // through the converter.
 #include "agentconf/json_conv.h"
 #include "agentconf/shaper.h"
-#include "agentsim/decode.h"
 #include "tests/support/capture.h"
 
 #include <gtest/gtest.h>
@@ -28,7 +27,7 @@ void PutItem(Record &rec, size_t offset, uint8_t priority, uint32_t in, uint32_t
 }
 
 std::string Decoded(const uint8_t *rec, size_t len) {
-    OV_JsonPtr obj(SimDecodeShaper(rec, len));
+    OV_JsonPtr obj(OV_AgentShaperRecordToJson(rec, len));
     return obj == nullptr ? "" : json_object_to_json_string_ext(obj.get(), JSON_C_TO_STRING_PLAIN);
 }
 
@@ -49,10 +48,10 @@ constexpr const char *kSample =
 
 TEST(DecodeShaper, RefusesAnyOtherLength) {
     Record rec{};
-    EXPECT_EQ(SimDecodeShaper(rec.data(), rec.size() - 1), nullptr);
+    EXPECT_EQ(OV_AgentShaperRecordToJson(rec.data(), rec.size() - 1), nullptr);
     auto longer = std::make_unique<uint8_t[]>(rec.size() + 1);
-    EXPECT_EQ(SimDecodeShaper(longer.get(), rec.size() + 1), nullptr);
-    EXPECT_EQ(SimDecodeShaper(nullptr, rec.size()), nullptr);
+    EXPECT_EQ(OV_AgentShaperRecordToJson(longer.get(), rec.size() + 1), nullptr);
+    EXPECT_EQ(OV_AgentShaperRecordToJson(nullptr, rec.size()), nullptr);
 }
 
 TEST(DecodeShaper, ShowsTheUsageSampleUnderItsOwnKeys) {
@@ -87,7 +86,7 @@ TEST(DecodeShaper, ReceivedNumIsBoundedByTheRecord) {
     std::memset(rec.get(), 0x5A, sizeof(AgentShaperConf));
     rec[26] = 200;
     rec[126] = 200;
-    OV_JsonPtr obj(SimDecodeShaper(rec.get(), sizeof(AgentShaperConf)));
+    OV_JsonPtr obj(OV_AgentShaperRecordToJson(rec.get(), sizeof(AgentShaperConf)));
     ASSERT_NE(obj, nullptr);
     const struct {
         const char *key;

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-namespace sim {
+namespace ovrec {
 
 /// Reads a little-endian field of type T at a byte offset (records are read
 /// through memcpy: received bytes carry no alignment promise).
@@ -32,4 +32,4 @@ std::string Ipv6Text(const uint8_t *bytes16);
 /// Bytes as lower-case hex digits, two per byte.
 std::string HexText(const uint8_t *bytes, size_t n);
 
-} // namespace sim
+} // namespace ovrec

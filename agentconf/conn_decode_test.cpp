@@ -2,7 +2,6 @@
 // the same record bytes.
 #include "agentconf/conn.h"
 #include "agentconf/json_conv.h"
-#include "agentsim/decode.h"
 #include "tests/support/capture.h"
 
 #include <gtest/gtest.h>
@@ -44,7 +43,8 @@ std::string Differences(const AgentConnConf &want, const AgentConnConf &got) {
 }
 
 OV_JsonPtr Decode(const AgentConnConf &conf) {
-    return OV_JsonPtr(SimDecodeConn(reinterpret_cast<const uint8_t *>(&conf), sizeof conf));
+    return OV_JsonPtr(
+        OV_AgentConnRecordToJson(reinterpret_cast<const uint8_t *>(&conf), sizeof conf));
 }
 
 /// Converts text into a zeroed record, keeping the converter's log quiet.
@@ -275,7 +275,7 @@ TEST(DecodeConn, DecodesTheTunnelDeleteRecord) {
     const uint32_t word = 44u << 24 | 1u << 21 | 5; // netid 300, vni 1, label 5
     std::memcpy(rec + 4, &word, 4);
     std::memset(rec + 548, 0xFF, 8);
-    OV_JsonPtr obj(SimDecodeConn(rec, sizeof rec));
+    OV_JsonPtr obj(OV_AgentConnRecordToJson(rec, sizeof rec));
     ASSERT_NE(obj, nullptr);
     EXPECT_EQ(Get(obj.get(), "NetId"), "44");
     EXPECT_EQ(Get(obj.get(), "Vni"), "1");
@@ -287,9 +287,9 @@ TEST(DecodeConn, DecodesTheTunnelDeleteRecord) {
 
 TEST(DecodeConn, RefusesAnyOtherLength) {
     uint8_t rec[617] = {};
-    EXPECT_EQ(SimDecodeConn(rec, 615), nullptr);
-    EXPECT_EQ(SimDecodeConn(rec, 617), nullptr);
-    EXPECT_EQ(SimDecodeConn(nullptr, 616), nullptr);
+    EXPECT_EQ(OV_AgentConnRecordToJson(rec, 615), nullptr);
+    EXPECT_EQ(OV_AgentConnRecordToJson(rec, 617), nullptr);
+    EXPECT_EQ(OV_AgentConnRecordToJson(nullptr, 616), nullptr);
 }
 
 } // namespace

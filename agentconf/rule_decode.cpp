@@ -1,7 +1,8 @@
-// Decoder of the rule record for the simulator's journal and tests.
+// The rule record back to JSON under the keys its converter reads: what the
+// agent's journal shows and pdctl explains, and what the round-trip tests
+// convert again.
+#include "agentconf/json_out.h"
 #include "agentconf/rule.h"
-#include "agentsim/decode.h"
-#include "agentsim/decode_util.h"
 
 #include <algorithm>
 #include <cstring>
@@ -13,13 +14,13 @@ namespace {
 // The 32-bit keys go through the signed 32-bit getter, so they are shown
 // signed: a stored 0xFFFFFFFF came from -1 and only -1 converts back to it.
 void AddU32(json_object *obj, const char *key, uint32_t value) {
-    sim::AddInt(obj, key, static_cast<int32_t>(value));
+    ovrec::AddInt(obj, key, static_cast<int32_t>(value));
 }
 
 template <typename Word, size_t N>
 void AddFlags(json_object *obj, const AgentRuleFlagKey<Word> (&keys)[N], Word word) {
     for (const AgentRuleFlagKey<Word> &f : keys) {
-        sim::AddBool(obj, f.key, (word & f.mask) != 0);
+        ovrec::AddBool(obj, f.key, (word & f.mask) != 0);
     }
 }
 
@@ -28,11 +29,11 @@ bool AnyNonZero(const uint8_t *bytes, size_t from, size_t to) {
 }
 
 void AddIpv4(json_object *obj, const char *key, const uint8_t *field) {
-    sim::AddString(obj, key, sim::Ipv4Text(sim::Load<uint32_t>(field, 0)));
+    ovrec::AddString(obj, key, ovrec::Ipv4Text(ovrec::Load<uint32_t>(field, 0)));
 }
 
 void AddIpv6(json_object *obj, const char *key, const uint8_t *field16) {
-    sim::AddString(obj, key, sim::Ipv6Text(field16));
+    ovrec::AddString(obj, key, ovrec::Ipv6Text(field16));
 }
 
 // An entry whose IpType byte was written over by a set name or an API type
@@ -44,7 +45,7 @@ json_object *RangeEntry(const uint8_t *e, bool typeCovered) {
         type = AnyNonZero(e, 8, 20) || AnyNonZero(e, 24, 36) ? AGENT_IP_TYPE_V6 : AGENT_IP_TYPE_V4;
     }
     json_object *item = json_object_new_object();
-    sim::AddInt(item, "IpType", type);
+    ovrec::AddInt(item, "IpType", type);
     const uint8_t *lower = e + offsetof(AgentIpRange, lower);
     const uint8_t *upper = e + offsetof(AgentIpRange, upper);
     if (type == AGENT_IP_TYPE_V4) {
@@ -63,13 +64,13 @@ json_object *PrefixEntry(const uint8_t *e, bool typeCovered, const char *v6Key) 
         type = AnyNonZero(e, 4, 16) ? AGENT_IP_TYPE_V6 : AGENT_IP_TYPE_V4;
     }
     json_object *item = json_object_new_object();
-    sim::AddInt(item, "IpType", type);
+    ovrec::AddInt(item, "IpType", type);
     if (type == AGENT_IP_TYPE_V4) {
         AddIpv4(item, "Ip", e);
     } else if (type == AGENT_IP_TYPE_V6) {
         AddIpv6(item, v6Key, e);
     }
-    sim::AddInt(item, "Mask", e[offsetof(AgentIpPrefix, mask)]);
+    ovrec::AddInt(item, "Mask", e[offsetof(AgentIpPrefix, mask)]);
     return item;
 }
 
@@ -116,16 +117,16 @@ size_t TextEnd(const uint8_t *bytes, size_t from, size_t size) {
 
 json_object *DecodeMatch(const AgentRuleMatch &m) {
     json_object *obj = json_object_new_object();
-    sim::AddInt(obj, "SrcIpNum", m.srcIpNum);
-    sim::AddInt(obj, "DstIpNum", m.dstIpNum);
-    sim::AddInt(obj, "SrcPortNum", m.srcPortNum);
-    sim::AddInt(obj, "DstPortNum", m.dstPortNum);
-    sim::AddInt(obj, "EthTypeNum", m.ethTypeNum);
-    sim::AddInt(obj, "ProtoNum", m.protoNum);
-    sim::AddInt(obj, "DscpNum", m.dscpNum);
-    sim::AddInt(obj, "TransIdNum", m.transIdNum);
-    sim::AddInt(obj, "InPortNum", m.inPortNum);
-    sim::AddInt(obj, "OutPortNum", m.outPortNum);
+    ovrec::AddInt(obj, "SrcIpNum", m.srcIpNum);
+    ovrec::AddInt(obj, "DstIpNum", m.dstIpNum);
+    ovrec::AddInt(obj, "SrcPortNum", m.srcPortNum);
+    ovrec::AddInt(obj, "DstPortNum", m.dstPortNum);
+    ovrec::AddInt(obj, "EthTypeNum", m.ethTypeNum);
+    ovrec::AddInt(obj, "ProtoNum", m.protoNum);
+    ovrec::AddInt(obj, "DscpNum", m.dscpNum);
+    ovrec::AddInt(obj, "TransIdNum", m.transIdNum);
+    ovrec::AddInt(obj, "InPortNum", m.inPortNum);
+    ovrec::AddInt(obj, "OutPortNum", m.outPortNum);
     AddFlags(obj, kAgentRuleMatchFlags, m.flags);
     AddFlags(obj, kAgentRuleMatchPolicyFlag, m.flags);
     AddU32(obj, "InVpnId", m.inVpnId);
@@ -145,8 +146,8 @@ json_object *DecodeMatch(const AgentRuleMatch &m) {
                                AddrList(src, m.srcIpNum, srcRanges, srcCovered, "Ip6"));
     }
     if (!ended && srcSet) {
-        sim::AddString(obj, "SrcIpSetName",
-                       std::string(reinterpret_cast<const char *>(src), srcNameEnd));
+        ovrec::AddString(obj, "SrcIpSetName",
+                         std::string(reinterpret_cast<const char *>(src), srcNameEnd));
     }
     if (ended) {
         return obj;
@@ -176,14 +177,14 @@ json_object *DecodeMatch(const AgentRuleMatch &m) {
         return obj;
     }
     if (dstSet) {
-        sim::AddString(obj, "DstIpSetName", dstName);
+        ovrec::AddString(obj, "DstIpSetName", dstName);
     }
     if (dstApi) {
-        AddU32(obj, "DstIpApiType", sim::Load<uint32_t>(dst, 0));
+        AddU32(obj, "DstIpApiType", ovrec::Load<uint32_t>(dst, 0));
     }
     if ((m.flags & AGENT_MATCH_ACS_NAME_FLAG) != 0) {
-        sim::AddFixedText(obj, "AcsName", reinterpret_cast<const uint8_t *>(m.acsName),
-                          sizeof m.acsName);
+        ovrec::AddFixedText(obj, "AcsName", reinterpret_cast<const uint8_t *>(m.acsName),
+                            sizeof m.acsName);
     }
 
     const struct {
@@ -196,8 +197,8 @@ json_object *DecodeMatch(const AgentRuleMatch &m) {
             json_object *arr = json_object_new_array();
             for (size_t i = 0; i < pl.count; ++i) {
                 json_object *item = json_object_new_object();
-                sim::AddInt(item, "LowerPort", pl.ports[i].lowerPort);
-                sim::AddInt(item, "UpperPort", pl.ports[i].upperPort);
+                ovrec::AddInt(item, "LowerPort", pl.ports[i].lowerPort);
+                ovrec::AddInt(item, "UpperPort", pl.ports[i].upperPort);
                 json_object_array_add(arr, item);
             }
             json_object_object_add(obj, pl.key, arr);
@@ -230,7 +231,7 @@ json_object *DecodeMatch(const AgentRuleMatch &m) {
             json_object *arr = json_object_new_array();
             for (size_t i = 0; i < il.count; ++i) {
                 json_object *item = json_object_new_object();
-                sim::AddInt(item, "Type", il.ports[i].type);
+                ovrec::AddInt(item, "Type", il.ports[i].type);
                 AddU32(item, "Id", il.ports[i].id);
                 json_object_array_add(arr, item);
             }
@@ -242,9 +243,9 @@ json_object *DecodeMatch(const AgentRuleMatch &m) {
 
 json_object *DecodeNatInfo(const AgentRuleActions &a) {
     json_object *nat = json_object_new_object();
-    sim::AddInt(nat, "NatMode", a.natMode);
-    sim::AddInt(nat, "NatIpMode", a.natIpMode);
-    sim::AddInt(nat, "IpType", a.natIpType);
+    ovrec::AddInt(nat, "NatMode", a.natMode);
+    ovrec::AddInt(nat, "NatIpMode", a.natIpMode);
+    ovrec::AddInt(nat, "IpType", a.natIpType);
     const uint8_t *area = a.natIps.raw;
     if (a.natIpMode == AGENT_NAT_IP_MODE_PREFIXES) {
         json_object_object_add(nat, "IpMasks",
@@ -262,19 +263,19 @@ json_object *DecodeNatInfo(const AgentRuleActions &a) {
             std::min<size_t>(a.natIpNum, v6 ? AGENT_RULE_MAX_NAT_IPV6 : AGENT_RULE_MAX_NAT_IPV4);
         json_object *arr = json_object_new_array();
         for (size_t i = 0; i < count; ++i) {
-            std::string text =
-                v6 ? sim::Ipv6Text(area + 16 * i) : sim::Ipv4Text(sim::Load<uint32_t>(area, 4 * i));
+            std::string text = v6 ? ovrec::Ipv6Text(area + 16 * i)
+                                  : ovrec::Ipv4Text(ovrec::Load<uint32_t>(area, 4 * i));
             json_object_array_add(arr, json_object_new_string(text.c_str()));
         }
         json_object_object_add(nat, v6 ? "Ipv6s" : "Ips", arr);
     }
     // The converter reads Port for DNAT and PortRange only for SNAT without DNAT.
     if ((a.flagsA & AGENT_ACT_DNAT_FLAG) != 0) {
-        sim::AddInt(nat, "Port", a.natPortMin);
+        ovrec::AddInt(nat, "Port", a.natPortMin);
     } else {
         json_object *range = json_object_new_object();
-        sim::AddInt(range, "Min", a.natPortMin);
-        sim::AddInt(range, "Max", a.natPortMax);
+        ovrec::AddInt(range, "Min", a.natPortMin);
+        ovrec::AddInt(range, "Max", a.natPortMax);
         json_object_object_add(nat, "PortRange", range);
     }
     return nat;
@@ -285,8 +286,8 @@ json_object *DecodeActions(const AgentRuleActions &a) {
     AddFlags(obj, kAgentRuleActionFlagsA, a.flagsA);
     AddFlags(obj, kAgentRuleActionFlagsB, a.flagsB);
     // OutputType is not in the record: every output entry carries its Type.
-    sim::AddInt(obj, "OutputNum", a.outputNum);
-    sim::AddInt(obj, "OutputStrategy", a.outputStrategy);
+    ovrec::AddInt(obj, "OutputNum", a.outputNum);
+    ovrec::AddInt(obj, "OutputStrategy", a.outputStrategy);
     AddU32(obj, "InboundRateLimitId", a.inboundRateLimitId);
     AddU32(obj, "OutboundRateLimitId", a.outboundRateLimitId);
     if ((a.flagsA & AGENT_ACT_SET_VPN_FLAG) != 0) {
@@ -296,7 +297,7 @@ json_object *DecodeActions(const AgentRuleActions &a) {
         AddU32(obj, "SetPolicyId", a.setPolicyId);
     }
     if ((a.flagsA & AGENT_ACT_SET_DSCP_FLAG) != 0) {
-        sim::AddInt(obj, "SetDscpValue", a.setDscpValue);
+        ovrec::AddInt(obj, "SetDscpValue", a.setDscpValue);
     }
     if (a.outputNum != 0) {
         json_object *arr = json_object_new_array();
@@ -305,9 +306,9 @@ json_object *DecodeActions(const AgentRuleActions &a) {
             const AgentRuleOutput &out = a.outputs[i];
             json_object *item = json_object_new_object();
             AddU32(item, "Id", out.id);
-            sim::AddBool(item, "Priority", (out.flags & AGENT_OUTPUT_PRIORITY_FLAG) != 0);
-            sim::AddInt(item, "Type", out.type);
-            sim::AddBool(item, "Probe", (out.flags & AGENT_OUTPUT_PROBE_FLAG) != 0);
+            ovrec::AddBool(item, "Priority", (out.flags & AGENT_OUTPUT_PRIORITY_FLAG) != 0);
+            ovrec::AddInt(item, "Type", out.type);
+            ovrec::AddBool(item, "Probe", (out.flags & AGENT_OUTPUT_PROBE_FLAG) != 0);
             json_object_array_add(arr, item);
         }
         json_object_object_add(obj, "OutputArray", arr);
@@ -320,7 +321,7 @@ json_object *DecodeActions(const AgentRuleActions &a) {
 
 } // namespace
 
-json_object *SimDecodeRule(const uint8_t *rec, size_t len) {
+json_object *OV_AgentRuleRecordToJson(const uint8_t *rec, size_t len) {
     if (rec == nullptr || len != sizeof(AgentRuleConf)) {
         return nullptr;
     }
@@ -330,8 +331,8 @@ json_object *SimDecodeRule(const uint8_t *rec, size_t len) {
     const AgentRuleBase &b = conf->base;
 
     json_object *obj = json_object_new_object();
-    sim::AddInt(obj, "Table", b.table);
-    sim::AddInt(obj, "Zone", b.zone);
+    ovrec::AddInt(obj, "Table", b.table);
+    ovrec::AddInt(obj, "Zone", b.zone);
     AddFlags(obj, kAgentRuleBaseFlags, b.flags);
     AddU32(obj, "VpnId", b.vpnId);
     AddU32(obj, "CustomerId", b.customerId);

@@ -2,7 +2,6 @@
 // the converter, on full, maximal, early-ended and delete records.
 #include "agentconf/json_conv.h"
 #include "agentconf/rule.h"
-#include "agentsim/decode.h"
 #include "tests/support/capture.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +15,7 @@ namespace {
 using Record = std::vector<uint8_t>;
 
 std::string Decoded(const Record &rec) {
-    OV_JsonPtr obj(SimDecodeRule(rec.data(), rec.size()));
+    OV_JsonPtr obj(OV_AgentRuleRecordToJson(rec.data(), rec.size()));
     return obj == nullptr ? "" : json_object_to_json_string_ext(obj.get(), JSON_C_TO_STRING_PLAIN);
 }
 
@@ -113,9 +112,9 @@ const char *kSample = R"({"Table": 0, "Zone": 1, "DualFlag": true, "InvalidFlag"
 
 TEST(DecodeRule, RefusesAnyOtherLength) {
     Record rec(sizeof(AgentRuleConf) + 1);
-    EXPECT_EQ(SimDecodeRule(rec.data(), rec.size()), nullptr);
-    EXPECT_EQ(SimDecodeRule(rec.data(), rec.size() - 2), nullptr);
-    EXPECT_EQ(SimDecodeRule(nullptr, sizeof(AgentRuleConf)), nullptr);
+    EXPECT_EQ(OV_AgentRuleRecordToJson(rec.data(), rec.size()), nullptr);
+    EXPECT_EQ(OV_AgentRuleRecordToJson(rec.data(), rec.size() - 2), nullptr);
+    EXPECT_EQ(OV_AgentRuleRecordToJson(nullptr, sizeof(AgentRuleConf)), nullptr);
 }
 
 TEST(DecodeRule, ShowsTheSampleReadablyAndRoundTrips) {

@@ -2,7 +2,6 @@
 // through the converter.
 #include "agentconf/json_conv.h"
 #include "agentconf/ratelimit.h"
-#include "agentsim/decode.h"
 #include "tests/support/capture.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +15,7 @@ namespace {
 using Record = std::array<uint8_t, sizeof(AgentRatelimitConf)>;
 
 std::string Decoded(const Record &rec) {
-    OV_JsonPtr obj(SimDecodeRatelimit(rec.data(), rec.size()));
+    OV_JsonPtr obj(OV_AgentRatelimitRecordToJson(rec.data(), rec.size()));
     return obj == nullptr ? "" : json_object_to_json_string_ext(obj.get(), JSON_C_TO_STRING_PLAIN);
 }
 
@@ -30,8 +29,8 @@ int32_t Convert(const std::string &text, Record *rec) {
 
 TEST(DecodeRatelimit, RefusesAnyOtherLength) {
     Record rec{};
-    EXPECT_EQ(SimDecodeRatelimit(rec.data(), rec.size() - 1), nullptr);
-    EXPECT_EQ(SimDecodeRatelimit(nullptr, rec.size()), nullptr);
+    EXPECT_EQ(OV_AgentRatelimitRecordToJson(rec.data(), rec.size() - 1), nullptr);
+    EXPECT_EQ(OV_AgentRatelimitRecordToJson(nullptr, rec.size()), nullptr);
 }
 
 TEST(DecodeRatelimit, ShowsTheUsageSampleWithItsSingleBucketKeys) {

@@ -1,7 +1,6 @@
 // Tests of the engine parameter record decoder.
 #include "agentconf/engine.h"
 #include "agentconf/json_conv.h"
-#include "agentsim/decode.h"
 
 #include <gtest/gtest.h>
 
@@ -13,17 +12,17 @@ namespace {
 
 TEST(DecodeEngine, ShowsWanIndexCodeAndValue) {
     std::array<uint8_t, sizeof(AgentEngineParamConf)> rec{};
-    rec[4] = static_cast<uint8_t>(AgentEngineParam::srtt);
+    rec[4] = 21;
     uint32_t value = 4000000000u;
     std::memcpy(rec.data() + 8, &value, sizeof value);
     rec[103] = 0xFF; // reserved bytes are not shown
-    OV_JsonPtr obj(SimDecodeEngineParam(rec.data(), rec.size()));
+    OV_JsonPtr obj(OV_AgentEngineParamRecordToJson(rec.data(), rec.size()));
     ASSERT_NE(obj, nullptr);
     EXPECT_STREQ(json_object_to_json_string_ext(obj.get(), JSON_C_TO_STRING_PLAIN),
                  R"({"wanIndex":0,"paramCode":21,"value":4000000000})");
 
-    EXPECT_EQ(SimDecodeEngineParam(rec.data(), rec.size() - 1), nullptr);
-    EXPECT_EQ(SimDecodeEngineParam(nullptr, rec.size()), nullptr);
+    EXPECT_EQ(OV_AgentEngineParamRecordToJson(rec.data(), rec.size() - 1), nullptr);
+    EXPECT_EQ(OV_AgentEngineParamRecordToJson(nullptr, rec.size()), nullptr);
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 // and the round trip through the converter.
 #include "agentconf/globalarg.h"
 #include "agentconf/json_conv.h"
-#include "agentsim/decode.h"
 #include "tests/support/capture.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +15,7 @@ namespace {
 using Record = std::array<uint8_t, sizeof(AgentGlobalArgConf)>;
 
 std::string Decoded(const Record &rec) {
-    OV_JsonPtr obj(SimDecodeGlobalArg(rec.data(), rec.size()));
+    OV_JsonPtr obj(OV_AgentGlobalArgRecordToJson(rec.data(), rec.size()));
     return obj == nullptr ? "" : json_object_to_json_string_ext(obj.get(), JSON_C_TO_STRING_PLAIN);
 }
 
@@ -30,8 +29,8 @@ int32_t Convert(const std::string &text, Record *rec) {
 
 TEST(DecodeGlobalArg, RefusesAnyOtherLength) {
     Record rec{};
-    EXPECT_EQ(SimDecodeGlobalArg(rec.data(), rec.size() - 1), nullptr);
-    EXPECT_EQ(SimDecodeGlobalArg(nullptr, rec.size()), nullptr);
+    EXPECT_EQ(OV_AgentGlobalArgRecordToJson(rec.data(), rec.size() - 1), nullptr);
+    EXPECT_EQ(OV_AgentGlobalArgRecordToJson(nullptr, rec.size()), nullptr);
 }
 
 TEST(DecodeGlobalArg, ShowsEachValueForm) {

@@ -2,7 +2,6 @@
 // on received counts, and the round trip through the converter.
 #include "agentconf/acsname.h"
 #include "agentconf/json_conv.h"
-#include "agentsim/decode.h"
 #include "base/mem.h"
 #include "tests/support/capture.h"
 
@@ -18,7 +17,7 @@ namespace {
 using Record = std::array<uint8_t, sizeof(AgentAcsNameConf)>;
 
 std::string Decoded(const uint8_t *rec, size_t len) {
-    OV_JsonPtr obj(SimDecodeAcsName(rec, len));
+    OV_JsonPtr obj(OV_AgentAcsNameRecordToJson(rec, len));
     return obj == nullptr ? "" : json_object_to_json_string_ext(obj.get(), JSON_C_TO_STRING_PLAIN);
 }
 
@@ -37,10 +36,10 @@ int32_t Convert(const std::string &text, Record *rec) {
 
 TEST(DecodeAcsName, RefusesAnyOtherLength) {
     Record rec{};
-    EXPECT_EQ(SimDecodeAcsName(rec.data(), rec.size() - 1), nullptr);
-    EXPECT_EQ(SimDecodeAcsName(nullptr, rec.size()), nullptr);
+    EXPECT_EQ(OV_AgentAcsNameRecordToJson(rec.data(), rec.size() - 1), nullptr);
+    EXPECT_EQ(OV_AgentAcsNameRecordToJson(nullptr, rec.size()), nullptr);
     auto longer = std::make_unique<uint8_t[]>(rec.size() + 1);
-    EXPECT_EQ(SimDecodeAcsName(longer.get(), rec.size() + 1), nullptr);
+    EXPECT_EQ(OV_AgentAcsNameRecordToJson(longer.get(), rec.size() + 1), nullptr);
 }
 
 TEST(DecodeAcsName, ShowsFieldsSetsProbeAndEntryCounts) {
@@ -68,7 +67,7 @@ TEST(DecodeAcsName, ReceivedCountsAndTextsStayInsideTheirFields) {
     rec[offsetof(AgentAcsNameConf, ipSetNum)] = 200;
     rec[offsetof(AgentAcsNameConf, domainSetNum)] = 33;
     rec[offsetof(AgentAcsNameConf, probe) + offsetof(AgentAcsProbe, ipType)] = 1;
-    OV_JsonPtr obj(SimDecodeAcsName(rec.get(), sizeof(AgentAcsNameConf)));
+    OV_JsonPtr obj(OV_AgentAcsNameRecordToJson(rec.get(), sizeof(AgentAcsNameConf)));
     ASSERT_NE(obj, nullptr);
     for (const char *key : {"ipset", "domainset"}) {
         json_object *arr = nullptr;

@@ -1,7 +1,8 @@
-// Decoder of the connection (tunnel) record back to the JSON set_tunnel takes.
+// The connection (tunnel) record back to JSON under the keys its converter reads: what the
+// agent's journal shows and pdctl explains, and what the round-trip tests
+// convert again.
 #include "agentconf/conn.h"
-#include "agentsim/decode.h"
-#include "agentsim/decode_util.h"
+#include "agentconf/json_out.h"
 
 #include <algorithm>
 #include <climits>
@@ -9,10 +10,10 @@
 
 namespace {
 
-using sim::AddBool;
-using sim::AddInt;
-using sim::AddString;
-using sim::Load;
+using ovrec::AddBool;
+using ovrec::AddInt;
+using ovrec::AddString;
+using ovrec::Load;
 
 constexpr size_t kRecLen = sizeof(AgentConnConf);
 /// Key bytes a key text can carry: its work buffer holds 128 characters.
@@ -92,7 +93,7 @@ size_t FieldTextLen(const uint8_t *field, size_t size) {
 
 } // namespace
 
-json_object *SimDecodeConn(const uint8_t *rec, size_t len) {
+json_object *OV_AgentConnRecordToJson(const uint8_t *rec, size_t len) {
     if (rec == nullptr || len != kRecLen) {
         return nullptr;
     }
@@ -164,10 +165,10 @@ json_object *SimDecodeConn(const uint8_t *rec, size_t len) {
     AddInt(out, "Mode", Signed32(u32At(offsetof(AgentConnConf, mode))));
     AddInt(out, "WanId", Signed32(u32At(offsetof(AgentConnConf, wanId))));
     AddInt(out, "LanId", Signed32(u32At(offsetof(AgentConnConf, lanId))));
-    AddString(out, "LocalIp", sim::Ipv4Text(u32At(offsetof(AgentConnConf, localIp))));
-    AddString(out, "PeerIp", sim::Ipv4Text(u32At(offsetof(AgentConnConf, peerIp))));
-    AddString(out, "LocalIp6", sim::Ipv6Text(rec + offsetof(AgentConnConf, localIp6)));
-    AddString(out, "PeerIp6", sim::Ipv6Text(rec + offsetof(AgentConnConf, peerIp6)));
+    AddString(out, "LocalIp", ovrec::Ipv4Text(u32At(offsetof(AgentConnConf, localIp))));
+    AddString(out, "PeerIp", ovrec::Ipv4Text(u32At(offsetof(AgentConnConf, peerIp))));
+    AddString(out, "LocalIp6", ovrec::Ipv6Text(rec + offsetof(AgentConnConf, localIp6)));
+    AddString(out, "PeerIp6", ovrec::Ipv6Text(rec + offsetof(AgentConnConf, peerIp6)));
     AddInt(out, "CustomerId", Signed32(u32At(offsetof(AgentConnConf, customerId))));
     AddInt(out, "PeerHostId", Signed32(u32At(offsetof(AgentConnConf, peerHostId))));
     AddInt(out, "PortSeed", rec[offsetof(AgentConnConf, portSeed)]);
@@ -214,8 +215,8 @@ json_object *SimDecodeConn(const uint8_t *rec, size_t len) {
     }
     // Full-length key texts: no pair then picks up a previous text's tail.
     AddString(out, "CipherKey",
-              sim::HexText(rec + offsetof(AgentConnConf, cipherKey), cipherBytes));
-    AddString(out, "HmacKey", sim::HexText(rec + offsetof(AgentConnConf, hmacKey), hmacBytes));
+              ovrec::HexText(rec + offsetof(AgentConnConf, cipherKey), cipherBytes));
+    AddString(out, "HmacKey", ovrec::HexText(rec + offsetof(AgentConnConf, hmacKey), hmacBytes));
     if (GetterTakes(keyTimestamp)) {
         AddInt(out, "KeyTimestamp", Signed32(keyTimestamp));
     }

@@ -1,9 +1,9 @@
 // Helpers shared by the record decoders.
-#include "agentsim/decode_util.h"
+#include "agentconf/json_out.h"
 
 #include <cstdio>
 
-namespace sim {
+namespace ovrec {
 
 void AddInt(json_object *obj, const char *key, int64_t value) {
     json_object_object_add(obj, key, json_object_new_int64(value));
@@ -84,4 +84,4 @@ std::string HexText(const uint8_t *bytes, size_t n) {
     return out;
 }
 
-} // namespace sim
+} // namespace ovrec

@@ -2,7 +2,6 @@
 // round trip through the converters.
 #include "agentconf/json_conv.h"
 #include "agentconf/link.h"
-#include "agentsim/decode.h"
 #include "tests/support/capture.h"
 
 #include <gtest/gtest.h>
@@ -35,10 +34,10 @@ int32_t Convert(int32_t (*convert)(Conf *, const char *), const std::string &tex
 
 TEST(DecodeLink, RefusesAnyOtherLength) {
     LinkRecord rec{};
-    EXPECT_EQ(SimDecodeLink(rec.data(), rec.size() - 1), nullptr);
-    EXPECT_EQ(SimDecodeLinkIp(rec.data(), rec.size()), nullptr);
-    EXPECT_EQ(SimDecodeLinkIp(rec.data(), sizeof(AgentLinkIpConf) + 1), nullptr);
-    EXPECT_EQ(SimDecodeLinkIp(nullptr, sizeof(AgentLinkIpConf)), nullptr);
+    EXPECT_EQ(OV_AgentLinkRecordToJson(rec.data(), rec.size() - 1), nullptr);
+    EXPECT_EQ(OV_AgentLinkIpRecordToJson(rec.data(), rec.size()), nullptr);
+    EXPECT_EQ(OV_AgentLinkIpRecordToJson(rec.data(), sizeof(AgentLinkIpConf) + 1), nullptr);
+    EXPECT_EQ(OV_AgentLinkIpRecordToJson(nullptr, sizeof(AgentLinkIpConf)), nullptr);
 }
 
 TEST(DecodeLink, ShowsTheLinkIpSampleWithItsAddress) {
@@ -48,7 +47,7 @@ TEST(DecodeLink, ShowsTheLinkIpSampleWithItsAddress) {
                           "SiteId": 82, "IpAddr": "10.1.2.3"})",
                       &rec),
               0);
-    EXPECT_EQ(Decoded(SimDecodeLinkIp, rec),
+    EXPECT_EQ(Decoded(OV_AgentLinkIpRecordToJson, rec),
               R"({"Type":2,"VpnId":0,"SiteIpId":1,"PersistentFlag":true,"CustomerId":0,)"
               R"("SiteId":82,"IpAddr":"10.1.2.3"})");
 }
@@ -66,7 +65,7 @@ TEST(DecodeLink, LinkIpRoundTrips) {
         SCOPED_TRACE(text);
         LinkIpRecord first;
         ASSERT_EQ(Convert(OV_AgentLinkIpJsonStrToConf, text, &first), 0);
-        std::string decoded = Decoded(SimDecodeLinkIp, first);
+        std::string decoded = Decoded(OV_AgentLinkIpRecordToJson, first);
         LinkIpRecord second;
         ASSERT_EQ(Convert(OV_AgentLinkIpJsonStrToConf, decoded, &second), 0) << decoded;
         EXPECT_EQ(first, second) << decoded;
@@ -89,7 +88,7 @@ TEST(DecodeLink, LinkRoundTrips) {
         SCOPED_TRACE(text);
         LinkRecord first;
         ASSERT_EQ(Convert(OV_AgentLinkJsonStrToConf, text, &first), 0);
-        std::string decoded = Decoded(SimDecodeLink, first);
+        std::string decoded = Decoded(OV_AgentLinkRecordToJson, first);
         LinkRecord second;
         ASSERT_EQ(Convert(OV_AgentLinkJsonStrToConf, decoded, &second), 0) << decoded;
         EXPECT_EQ(first, second) << decoded;
@@ -103,14 +102,14 @@ TEST(DecodeLink, DecodesDeleteRecords) {
     ip[1] = 3;
     ip[8] = 7;
     ip[12] = 9;
-    EXPECT_EQ(Decoded(SimDecodeLinkIp, ip),
+    EXPECT_EQ(Decoded(OV_AgentLinkIpRecordToJson, ip),
               R"({"Type":1,"VpnId":9,"SiteIpId":3,"PersistentFlag":false,"CustomerId":0,)"
               R"("SiteId":7})");
     // Link delete: net id in byte 0, link id in the low 24 bits at 4.
     LinkRecord link{};
     link[0] = 44;
     link[4] = 2;
-    std::string decoded = Decoded(SimDecodeLink, link);
+    std::string decoded = Decoded(OV_AgentLinkRecordToJson, link);
     EXPECT_NE(decoded.find(R"({"NetId":44,"LinkId":2,"Role":false,)"), std::string::npos)
         << decoded;
 }
