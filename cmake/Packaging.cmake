@@ -2,14 +2,19 @@
 # Build them with `cpack` in the build directory after building.
 include(GNUInstallDirs)
 
-# Only the two programs and their documents are installed: test binaries and
+# Only the programs and their documents are installed: test binaries and
 # the libraries they use stay out of the packages.
+set(OV_PROGRAMS pdtool agentsim)
+if(TARGET pdctl)
+  list(APPEND OV_PROGRAMS pdctl)
+endif()
 if(WIN32)
   # The zip unpacks to one folder holding the programs beside the README.
-  install(TARGETS pdtool agentsim RUNTIME DESTINATION .)
+  install(TARGETS ${OV_PROGRAMS} RUNTIME DESTINATION .)
   install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION .)
 else()
-  # pdtool's completion offers the command words of the protocol description.
+  # pdtool's and pdctl's completions offer the command words of the protocol
+  # description.
   file(STRINGS ${PROJECT_SOURCE_DIR}/agentconf/protocol.h ov_command_rows
        REGEX "^ *{\"[A-Za-z_]+\", RecordKind::")
   set(OV_COMPLETION_WORDS "")
@@ -25,12 +30,15 @@ else()
     string(APPEND OV_COMPLETION_WORDS " ${word}")
   endforeach()
   string(STRIP "${OV_COMPLETION_WORDS}" OV_COMPLETION_WORDS)
-  configure_file(${PROJECT_SOURCE_DIR}/packaging/bash-completion/pdtool.in
-                 ${PROJECT_BINARY_DIR}/packaging/bash-completion/pdtool @ONLY)
+  foreach(program pdtool pdctl)
+    configure_file(${PROJECT_SOURCE_DIR}/packaging/bash-completion/${program}.in
+                   ${PROJECT_BINARY_DIR}/packaging/bash-completion/${program} @ONLY)
+  endforeach()
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
                ${PROJECT_SOURCE_DIR}/agentconf/protocol.h)
-  install(TARGETS pdtool agentsim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(TARGETS ${OV_PROGRAMS} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   install(FILES ${PROJECT_BINARY_DIR}/packaging/bash-completion/pdtool
+                ${PROJECT_BINARY_DIR}/packaging/bash-completion/pdctl
                 ${PROJECT_SOURCE_DIR}/packaging/bash-completion/agentsim
           DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
   install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
