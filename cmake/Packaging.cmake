@@ -30,17 +30,18 @@ else()
     string(APPEND OV_COMPLETION_WORDS " ${word}")
   endforeach()
   string(STRIP "${OV_COMPLETION_WORDS}" OV_COMPLETION_WORDS)
+  set(OV_COMPLETIONS ${PROJECT_SOURCE_DIR}/packaging/bash-completion/agentsim)
   foreach(program pdtool pdctl)
-    configure_file(${PROJECT_SOURCE_DIR}/packaging/bash-completion/${program}.in
-                   ${PROJECT_BINARY_DIR}/packaging/bash-completion/${program} @ONLY)
+    if(TARGET ${program})
+      configure_file(${PROJECT_SOURCE_DIR}/packaging/bash-completion/${program}.in
+                     ${PROJECT_BINARY_DIR}/packaging/bash-completion/${program} @ONLY)
+      list(APPEND OV_COMPLETIONS ${PROJECT_BINARY_DIR}/packaging/bash-completion/${program})
+    endif()
   endforeach()
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
                ${PROJECT_SOURCE_DIR}/agentconf/protocol.h)
   install(TARGETS ${OV_PROGRAMS} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-  install(FILES ${PROJECT_BINARY_DIR}/packaging/bash-completion/pdtool
-                ${PROJECT_BINARY_DIR}/packaging/bash-completion/pdctl
-                ${PROJECT_SOURCE_DIR}/packaging/bash-completion/agentsim
-          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  install(FILES ${OV_COMPLETIONS} DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
   install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 endif()
 
