@@ -130,9 +130,9 @@ const RoundTrip kRoundTrips[] = {
          "Probe": {"Enable": 1, "Protocol": 6, "Port": 443, "Ip": "10.0.0.1"}})"},
 };
 INSTANTIATE_TEST_SUITE_P(EveryKind, RecordRoundTrip, testing::ValuesIn(kRoundTrips),
-                         [](const testing::TestParamInfo<RoundTrip> &info) {
-                             return std::string(OV_RecordSpecOf(info.param.kind).name) + "_" +
-                                    std::to_string(info.index);
+                         [](const testing::TestParamInfo<RoundTrip> &param) {
+                             return std::string(OV_RecordSpecOf(param.param.kind).name) + "_" +
+                                    std::to_string(param.index);
                          });
 
 } // namespace
