@@ -19,4 +19,5 @@
 
 #include <windows.h>
 
+#include <aclapi.h>
 #include <sddl.h>

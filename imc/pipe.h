@@ -21,7 +21,9 @@ constexpr uint32_t OV_IMC_WAIT_MS = 3000;
 /// Opens the client end of the pipe. The 16-bit argument is ignored. Waits
 /// for a busy pipe (3000 ms per wait, retried while waits succeed). Returns 0
 /// and the handle through out, or a negative code (-2 when nobody serves the
-/// name). The caller owns the handle and releases it with OV_ImcClose.
+/// name, -13 when the server is not run by an account the client trusts; see
+/// imc/peer_identity.h). The caller owns the handle and releases it with
+/// OV_ImcClose.
 int32_t OV_ImcConnect(const wchar_t *pipeName, uint16_t unused, OV_PipeHandle *out);
 
 /// Writes msg->data[0, msg->length). Returns 0 or a negative code (-254 when a

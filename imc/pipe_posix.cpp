@@ -8,6 +8,7 @@
 #include "base/errors.h"
 #include "base/log.h"
 #include "base/platform.h"
+#include "imc/peer_identity.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -303,6 +304,11 @@ int32_t OV_ImcConnect(const wchar_t *pipeName, uint16_t /*unused*/, OV_PipeHandl
     } else if (error != 0) {
         OV_Log("<Error>[%s:%d]Fail to connect pipe! error code=%d\n", __func__, __LINE__, error);
         return OV_Win32ErrToErrno(error);
+    }
+    // Checked before a byte goes out: whoever holds the name gets nothing.
+    if (int32_t rc = OV_ImcCheckPeer(fd); rc != 0) {
+        close(fd);
+        return rc;
     }
     *out = fd;
     return 0;

@@ -4,6 +4,7 @@
 
 #include "base/errors.h"
 #include "base/log.h"
+#include "imc/peer_identity.h"
 #include "imc/win32_handle.h"
 
 #include <algorithm>
@@ -66,6 +67,11 @@ int32_t OV_ImcConnect(const wchar_t *pipeName, uint16_t /*unused*/, OV_PipeHandl
             pipeName, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
             FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr);
         if (h != INVALID_HANDLE_VALUE) {
+            // Checked before a byte goes out: whoever holds the name gets nothing.
+            if (int32_t rc = OV_ImcCheckPeer(reinterpret_cast<OV_PipeHandle>(h)); rc != 0) {
+                CloseHandle(h);
+                return rc;
+            }
             *out = reinterpret_cast<OV_PipeHandle>(h);
             return 0;
         }

@@ -136,15 +136,10 @@ void AgentTest::StartAgent(const std::vector<std::string> &options) {
     std::string ready = dir_ + ".ready";
     std::remove(journal_.c_str());
     std::remove(ready.c_str());
-    std::vector<std::string> argv = {ovtest::NativePath(OV_AGENTSIM_PATH),
-                                     "--pipe-dir",
-                                     dir_,
-                                     "--pipe-name",
-                                     pipeName_,
-                                     "--journal",
-                                     journal_,
-                                     "--ready-file",
-                                     ready};
+    std::vector<std::string> argv = agentLauncher_;
+    argv.insert(argv.end(),
+                {ovtest::NativePath(OV_AGENTSIM_PATH), "--pipe-dir", dir_, "--pipe-name", pipeName_,
+                 "--journal", journal_, "--ready-file", ready});
     argv.insert(argv.end(), options.begin(), options.end());
     agent_ = std::make_unique<ovtest::Process>();
     ASSERT_EQ(agent_->Start(argv), 0);
@@ -180,7 +175,8 @@ AgentTest::StartPdtool(const std::vector<std::string> &args) const {
 }
 
 PdtoolRun AgentTest::RunPdtool(const std::vector<std::string> &args) const {
-    std::vector<std::string> argv = {ovtest::NativePath(OV_PDTOOL_PATH)};
+    std::vector<std::string> argv = pdtoolLauncher_;
+    argv.push_back(ovtest::NativePath(OV_PDTOOL_PATH));
     argv.insert(argv.end(), args.begin(), args.end());
     ovtest::ProcessResult r = ovtest::RunProcess(argv, kRunTimeoutMs, PdtoolEnv());
     PdtoolRun run{r.exitStatus, r.out, WithoutLogLines(r.out), r.startResult == 0 && !r.timedOut};

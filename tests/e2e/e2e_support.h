@@ -84,6 +84,10 @@ class AgentTest : public testing::Test {
     /// connects to the agent itself uses its own process's one); else a
     /// private one. Ignored on Windows.
     std::string pipeDirOverride_;
+    /// Put before the agent's and pdtool's command lines (say, to run them as
+    /// another user); empty: run directly.
+    std::vector<std::string> agentLauncher_;
+    std::vector<std::string> pdtoolLauncher_;
     std::string dir_;
     std::string pipeName_;
     std::string journal_;
