@@ -1,8 +1,8 @@
 // Flexlog lines and the formatted append into a FlexMsg.
 #include "base/flexlog.h"
 
+#include "base/flexmsg.h"
 #include "base/mem.h"
-#include "imc/flexmsg.h"
 
 #include <cstdio>
 

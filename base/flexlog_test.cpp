@@ -1,7 +1,7 @@
 #include "base/flexlog.h"
 
+#include "base/flexmsg.h"
 #include "base/mem.h"
-#include "imc/flexmsg.h"
 #include "tests/support/capture.h"
 
 #include <gtest/gtest.h>
