@@ -2,9 +2,9 @@
 // the real pipe (socket), as operators and the end-to-end tests use it.
 #include "agentsim/sim_test_util.h"
 #include "base/errors.h"
-#include "imc/test_server.h"
 #include "tests/support/capture.h"
 #include "tests/support/process.h"
+#include "tests/support/test_server.h"
 
 #include <gtest/gtest.h>
 

@@ -5,9 +5,9 @@
 #include "agentsim/sim_test_util.h"
 #include "base/errors.h"
 #include "base/platform.h"
-#include "imc/test_server.h"
 #include "tests/support/capture.h"
 #include "tests/support/process.h"
+#include "tests/support/test_server.h"
 
 #include <gtest/gtest.h>
 

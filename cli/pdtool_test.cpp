@@ -2,8 +2,8 @@
 // against the in-process test server.
 #include "cli/cmd.h"
 #include "imc/conf_client.h"
-#include "imc/test_server.h"
 #include "tests/support/capture.h"
+#include "tests/support/test_server.h"
 
 #include <gtest/gtest.h>
 

@@ -4,9 +4,9 @@
 // no byte set outside the fields the command fills.
 #include "cli/cmd.h"
 #include "cli/handlers.h"
-#include "fuzz/fake_agent.h"
 #include "fuzz/fuzz_support.h"
 #include "imc/flexmsg.h"
+#include "tests/support/fake_agent.h"
 
 #include <cstdio>
 #include <initializer_list>
@@ -123,7 +123,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const char *argText = size == 1 ? nullptr : reinterpret_cast<const char *>(arg.Data());
 
     static const uint8_t kStatusZero[IMC_HEADER_LEN] = {};
-    ovfuzz::FakeAgent &agent = ovfuzz::FakeAgent::Get();
+    ovtest::FakeAgent &agent = ovtest::FakeAgent::Get();
     if (!agent.Begin(kStatusZero, sizeof kStatusZero)) {
         ovfuzz::Fail("the client did not start", row.entry->name);
     }

@@ -8,10 +8,10 @@
 #include "base/mem.h"
 #include "cli/cmd.h"
 #include "cli/handlers.h"
-#include "fuzz/fake_agent.h"
 #include "fuzz/fuzz_support.h"
 #include "imc/conf_client.h"
 #include "imc/flexmsg.h"
+#include "tests/support/fake_agent.h"
 
 #include <algorithm>
 #include <cstring>
@@ -185,7 +185,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const uint8_t op = data[0];
     const uint8_t *stream = data + 1;
     size_t len = 0;
-    ovfuzz::FakeAgent &agent = ovfuzz::FakeAgent::Get();
+    ovtest::FakeAgent &agent = ovtest::FakeAgent::Get();
     if (!agent.Begin(stream, size - 1, &len)) {
         ovfuzz::Fail("the client did not start", nullptr);
     }

@@ -3,8 +3,8 @@
 #include "imc/conf_client.h"
 
 #include "base/platform.h"
-#include "imc/test_server.h"
 #include "tests/support/capture.h"
+#include "tests/support/test_server.h"
 
 #include <gtest/gtest.h>
 

@@ -2,8 +2,8 @@
 #include "imc/flexmsg.h"
 
 #include "base/mem.h"
-#include "imc/test_server.h"
 #include "tests/support/capture.h"
+#include "tests/support/test_server.h"
 
 #include <gtest/gtest.h>
 

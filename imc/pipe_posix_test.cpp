@@ -3,8 +3,8 @@
 #include "imc/pipe.h"
 #include "imc/pipe_server.h"
 
-#include "imc/test_server.h"
 #include "tests/support/capture.h"
+#include "tests/support/test_server.h"
 
 #include <gtest/gtest.h>
 

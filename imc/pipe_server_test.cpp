@@ -4,8 +4,8 @@
 
 #include "base/platform.h"
 #include "imc/pipe.h"
-#include "imc/test_server.h"
 #include "tests/support/capture.h"
+#include "tests/support/test_server.h"
 
 #include <gtest/gtest.h>
 

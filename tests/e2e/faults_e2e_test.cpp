@@ -5,8 +5,8 @@
 #include "base/platform.h"
 #include "imc/pipe.h"
 #include "imc/pipe_server.h"
-#include "imc/test_server.h"
 #include "tests/e2e/e2e_support.h"
+#include "tests/support/test_server.h"
 
 #include <gtest/gtest.h>
 

@@ -69,4 +69,26 @@ inline size_t CountOf(const std::string &haystack, const std::string &needle) {
     return n;
 }
 
+/// True when out has a log line "<stamp><level>[<func>:<line>]<text>" (text
+/// without its "\n").
+inline bool HasLogLine(const std::string &out, const std::string &level, const std::string &func,
+                       const std::string &text) {
+    const std::string head = std::string(kFixedStamp) + level + "[" + func + ":";
+    for (const std::string &line : Lines(out)) {
+        if (line.rfind(head, 0) != 0) {
+            continue;
+        }
+        size_t pos = head.size();
+        size_t digits = 0;
+        while (pos < line.size() && line[pos] >= '0' && line[pos] <= '9') {
+            ++pos;
+            ++digits;
+        }
+        if (digits > 0 && line.compare(pos, std::string::npos, "]" + text) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
 } // namespace ovtest

@@ -1,6 +1,6 @@
-// Test support for imc/: an in-process agent end that runs a scripted
-// conversation on each connection, and helpers to build and check the bytes
-// on the wire. Compiled into unit_tests only.
+// Test support for the channel: an in-process agent end that runs a scripted
+// conversation on each connection, private pipe names, and the bytes of
+// headers as they must appear on the wire.
 #pragma once
 
 #include "imc/flexmsg.h"
@@ -20,8 +20,9 @@ namespace ovtest {
 using Bytes = std::vector<uint8_t>;
 
 /// Points the POSIX pipe directory at a private temporary directory for this
-/// process (removed at exit); nothing to do on Windows.
-void UsePrivatePipeDir();
+/// process (removed at exit, once empty) and returns it; "" when it could
+/// not be made, and on Windows, where there is nothing to do.
+const std::string &UsePrivatePipeDir();
 
 /// A pipe name no other test or process uses.
 std::wstring UniquePipeName(const char *tag);
@@ -34,11 +35,6 @@ Bytes ReplyHeader(int32_t status, uint64_t payloadLen);
 Bytes Concat(const Bytes &a, const Bytes &b);
 /// n bytes counting up from seed.
 Bytes Pattern(size_t n, uint8_t seed);
-
-/// True when out has a log line "<stamp><level>[<func>:<line>]<text>" (text
-/// without its "\n").
-bool HasLogLine(const std::string &out, const std::string &level, const std::string &func,
-                const std::string &text);
 
 class TestServer;
 /// The conversation on one accepted connection; the server closes the

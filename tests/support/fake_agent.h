@@ -1,6 +1,6 @@
 // An in-process stand-in for the agent's end of the configuration channel,
-// for the fuzz targets that drive the real client: a Unix-domain socket
-// listening in a private directory, played single-threaded. The client
+// for the fuzz targets that drive the real client (POSIX): a Unix-domain
+// socket listening in the private pipe directory, played single-threaded. The client
 // connects (the kernel completes the connect from the listen queue), the
 // reply bytes are written and the write side is shut before the client sends
 // anything, so the client reads exactly those bytes and then the end of the
@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace ovfuzz {
+namespace ovtest {
 
 class FakeAgent {
   public:
@@ -37,4 +37,4 @@ class FakeAgent {
     int connFd_ = -1;
 };
 
-} // namespace ovfuzz
+} // namespace ovtest

@@ -1,5 +1,7 @@
 // The single-threaded stand-in agent of the client fuzz targets (POSIX).
-#include "fuzz/fake_agent.h"
+#include "tests/support/fake_agent.h"
+
+#include "tests/support/test_server.h"
 
 #include "imc/conf_client.h"
 #include "imc/flexmsg.h"
@@ -14,19 +16,18 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-namespace ovfuzz {
+namespace ovtest {
 
 namespace {
 
 constexpr const char *kName = "fuzz_agent";
 constexpr const wchar_t *kPipeName = L"\\\\.\\pipe\\fuzz_agent";
 
-std::string g_dir;
 std::string g_socketPath;
 
-void RemoveFiles() {
+// Registered after the directory's own clean-up, so it runs first.
+void RemoveSocket() {
     unlink(g_socketPath.c_str());
-    rmdir(g_dir.c_str());
 }
 
 [[noreturn]] void SetUpFailed(const char *what) {
@@ -47,14 +48,12 @@ FakeAgent &FakeAgent::Get() {
 }
 
 FakeAgent::FakeAgent() {
-    char dir[] = "/tmp/ovfuzz.XXXXXX";
-    if (mkdtemp(dir) == nullptr) {
-        SetUpFailed("mkdtemp");
+    const std::string &dir = UsePrivatePipeDir();
+    if (dir.empty()) {
+        SetUpFailed("pipe directory");
     }
-    g_dir = dir;
-    g_socketPath = g_dir + "/" + kName;
-    std::atexit(RemoveFiles);
-    setenv("OV_PIPE_DIR", dir, 1);
+    g_socketPath = dir + "/" + kName;
+    std::atexit(RemoveSocket);
     OV_ImcConfClientSetPipeName(kPipeName);
     // Held for the whole run, so the client's start and stop do not register
     // and unregister the message module every time.
@@ -122,4 +121,4 @@ std::vector<uint8_t> FakeAgent::End() {
     return request;
 }
 
-} // namespace ovfuzz
+} // namespace ovtest

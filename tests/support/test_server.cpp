@@ -1,9 +1,8 @@
-// Test support for imc/: the scripted in-process agent end and wire helpers.
-#include "imc/test_server.h"
+// Test support for the channel: the scripted in-process agent end and wire helpers.
+#include "tests/support/test_server.h"
 
 #include "base/errors.h"
 #include "imc/imc_agent.h"
-#include "tests/support/capture.h"
 
 #include <chrono>
 #include <cstring>
@@ -48,26 +47,6 @@ Bytes Pattern(size_t n, uint8_t seed) {
         b[i] = static_cast<uint8_t>(seed + i);
     }
     return b;
-}
-
-bool HasLogLine(const std::string &out, const std::string &level, const std::string &func,
-                const std::string &text) {
-    const std::string head = std::string(kFixedStamp) + level + "[" + func + ":";
-    for (const std::string &line : Lines(out)) {
-        if (line.rfind(head, 0) != 0) {
-            continue;
-        }
-        size_t pos = head.size();
-        size_t digits = 0;
-        while (pos < line.size() && line[pos] >= '0' && line[pos] <= '9') {
-            ++pos;
-            ++digits;
-        }
-        if (digits > 0 && line.compare(pos, std::string::npos, "]" + text) == 0) {
-            return true;
-        }
-    }
-    return false;
 }
 
 TestServer::TestServer(const std::wstring &name, ConnScript script, uint32_t maxInstances,

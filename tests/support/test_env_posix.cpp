@@ -1,5 +1,5 @@
-// Test support for imc/ on POSIX: a private pipe directory per test process.
-#include "imc/test_server.h"
+// Test support for the channel on POSIX: a private pipe directory per test process.
+#include "tests/support/test_server.h"
 
 #include <atomic>
 #include <cstdio>
@@ -19,16 +19,16 @@ void RemovePipeDir() {
 
 } // namespace
 
-void UsePrivatePipeDir() {
-    static const bool made = [] {
+const std::string &UsePrivatePipeDir() {
+    static const std::string dir = []() -> std::string {
         if (mkdtemp(g_pipeDir) == nullptr) {
-            return false;
+            return "";
         }
         setenv("OV_PIPE_DIR", g_pipeDir, 1);
         std::atexit(RemovePipeDir);
-        return true;
+        return g_pipeDir;
     }();
-    (void)made;
+    return dir;
 }
 
 std::wstring UniquePipeName(const char *tag) {

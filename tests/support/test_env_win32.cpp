@@ -1,5 +1,5 @@
-// Test support for imc/ on Windows: named pipes need no directory.
-#include "imc/test_server.h"
+// Test support for the channel on Windows: named pipes need no directory.
+#include "tests/support/test_server.h"
 
 #include "base/win32.h"
 
@@ -8,7 +8,10 @@
 
 namespace ovtest {
 
-void UsePrivatePipeDir() {}
+const std::string &UsePrivatePipeDir() {
+    static const std::string none;
+    return none;
+}
 
 std::wstring UniquePipeName(const char *tag) {
     static std::atomic<int> counter{0};
