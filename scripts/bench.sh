@@ -115,3 +115,54 @@ for clients in 1 4 16; do
     --mode connect
 done
 echo "(targets: >= 20000 requests/s with 4 clients, p99 < 1000 us)"
+
+# --- pdctl: a whole file over one connection ------------------------------
+pdctl="$bin/pdctl/pdctl"
+if [ -x "$pdctl" ]; then
+  echo
+  echo "== pdctl apply: 10000 set_ratelimit lines, against 10000 pdtool runs and the one-connection load client"
+  lines=10000
+  for i in $(seq 1 "$lines"); do echo "set_ratelimit/$sample"; done >"$work/apply.conf"
+  ms() { date +%s%N; }
+  t0=$(ms)
+  "${rt[@]}" "$pdctl" apply "$work/apply.conf" >"$work/apply.out"
+  t1=$(ms)
+  tail -n 1 "$work/apply.out"
+  apply_us=$(((t1 - t0) / 1000))
+  t0=$(ms)
+  for _ in $(seq 1 "$lines"); do "${pdtool[@]}" >/dev/null; done
+  t1=$(ms)
+  runs_us=$(((t1 - t0) / 1000))
+  load_line=$("${rt[@]}" "$bin/bench/bench_load" --clients 1 --requests "$lines" --seconds 60 --mode keep)
+  echo "$load_line"
+  load_s=$(sed -nE 's/.* ([0-9.]+) s,.*/\1/p' <<<"$load_line")
+  echo "pdctl apply: ${apply_us} us; ${lines} pdtool runs: ${runs_us} us; bench_load keep: ${load_s} s"
+  awk -v a="$apply_us" -v r="$runs_us" -v l="$load_s" 'BEGIN {
+    printf "pdtool runs / pdctl apply: %.1fx (target >= 30)\n", r / a
+    if (l > 0) printf "pdctl apply / bench_load keep: %.2fx (target <= 1.5)\n", a / (l * 1e6) }'
+
+  echo
+  echo "== pdctl check: 10000 lines of the usage samples of every record kind"
+  # The manual page's 46 command examples, their shell quoting taken off.
+  awk '/^# COMMANDS/ {on = 1; next} /^# / {on = 0}
+       on && /^\t*```/ {block = !block; next}
+       on && block {sub(/^\t+/, ""); print}' "$root/docs/pdtool.1.scd" >"$work/examples.sh"
+  (pdtool() { printf '%s\n' "${1//$'\n'/ }"; } && source "$work/examples.sh") >"$work/samples.conf"
+  n=$(wc -l <"$work/samples.conf")
+  : >"$work/check.conf"
+  while [ "$(wc -l <"$work/check.conf")" -lt "$lines" ]; do cat "$work/samples.conf" >>"$work/check.conf"; done
+  head -n "$lines" "$work/check.conf" >"$work/check10k.conf"
+  t0=$(ms)
+  "$pdctl" check "$work/check10k.conf" >/dev/null || true
+  t1=$(ms)
+  awk -v n="$lines" -v us=$(((t1 - t0) / 1000)) -v k="$n" \
+    'BEGIN { printf "check: %d lines (%d distinct samples) in %d us: %.0f lines/s (target >= 50000)\n", n, k, us, n / (us / 1e6) }'
+
+  echo
+  echo "== pdctl peak RSS over 1,000,000 lines (GNU time)"
+  for _ in $(seq 1 100); do cat "$work/apply.conf"; done >"$work/apply1m.conf"
+  for _ in $(seq 1 100); do cat "$work/check10k.conf"; done >"$work/check1m.conf"
+  rss_apply=$(/usr/bin/time -f '%M' "$pdctl" apply "$work/apply1m.conf" 2>&1 >/dev/null | tail -n 1)
+  rss_check=$(/usr/bin/time -f '%M' "$pdctl" check "$work/check1m.conf" 2>&1 >/dev/null | tail -n 1)
+  echo "peak RSS: apply ${rss_apply} kB, check ${rss_check} kB (target < 16384 kB each)"
+fi
