@@ -1,6 +1,7 @@
 // Access-name JSON to record, with its address and domain entry arrays.
 #include "agentconf/acsname.h"
 
+#include "agentconf/acsname_entries.h"
 #include "agentconf/json_conv.h"
 #include "base/errors.h"
 #include "base/mem.h"
@@ -242,14 +243,20 @@ int32_t ConvertProbe(AgentAcsProbe *probe, json_object *obj) {
     return 0;
 }
 
-template <typename T>
-T *EntriesOf(uint64_t ref) {
-    return reinterpret_cast<T *>(static_cast<uintptr_t>(ref));
+// The converter entry hands one pointer through to the tree converter.
+struct ConfAndEntries {
+    AgentAcsNameConf *conf;
+    AgentAcsNameEntries *entries;
+};
+
+int32_t ConvertBoth(ConfAndEntries *both, json_object *obj) {
+    return _OV_AgentAcsNameJsonToConf(both->conf, both->entries, obj);
 }
 
 } // namespace
 
-int32_t _OV_AgentAcsNameJsonToConf(AgentAcsNameConf *conf, json_object *obj) {
+int32_t _OV_AgentAcsNameJsonToConf(AgentAcsNameConf *conf, AgentAcsNameEntries *entries,
+                                   json_object *obj) {
     int32_t rc = _OV_JsonGetInt(obj, "id", &conf->id);
     if (rc != 0) {
         OV_CONF_FAIL("Lack of AcsId\n");
@@ -301,8 +308,9 @@ int32_t _OV_AgentAcsNameJsonToConf(AgentAcsNameConf *conf, json_object *obj) {
             OV_CONF_FAIL("Get ip entries num failed\n");
             return -12;
         }
-        conf->addrEntries = reinterpret_cast<uintptr_t>(fill.addrs);
+        entries->addrs = fill.addrs;
         conf->addrNum = addrNum;
+        conf->addrRequests = OV_AcsNameRequestCount(addrNum, ACSNAME_ADDRS_PER_REQUEST);
     }
     if (domainNum > 0) {
         fill.domains = static_cast<AgentAcsDomainEntry *>(
@@ -311,8 +319,9 @@ int32_t _OV_AgentAcsNameJsonToConf(AgentAcsNameConf *conf, json_object *obj) {
             OV_CONF_FAIL("Get domain entries num failed\n");
             return -12;
         }
-        conf->domainEntries = reinterpret_cast<uintptr_t>(fill.domains);
+        entries->domains = fill.domains;
         conf->domainNum = domainNum;
+        conf->domainRequests = OV_AcsNameRequestCount(domainNum, ACSNAME_DOMAINS_PER_REQUEST);
     }
 
     for (const ListDef &list : kLists) {
@@ -337,17 +346,30 @@ int32_t _OV_AgentAcsNameJsonToConf(AgentAcsNameConf *conf, json_object *obj) {
     return 0;
 }
 
+int32_t _OV_AgentAcsNameJsonToConf(AgentAcsNameConf *conf, json_object *obj) {
+    AgentAcsNameEntries entries{};
+    int32_t rc = _OV_AgentAcsNameJsonToConf(conf, &entries, obj);
+    OV_AgentAcsNameEntriesRelease(&entries);
+    return rc;
+}
+
 int32_t OV_AgentAcsNameJsonStrToConf(AgentAcsNameConf *conf, const char *text) {
     return OV_AgentConfJsonEntry(OV_CONF_SITE, "acsname", conf, text, _OV_AgentAcsNameJsonToConf);
 }
 
-void OV_AgentAcsNameConfRelease(AgentAcsNameConf *conf) {
-    if (conf->addrEntries != 0) {
-        AgentMemFree(EntriesOf<AgentAcsAddrEntry>(conf->addrEntries));
-        conf->addrEntries = 0;
+int32_t OV_AgentAcsNameJsonStrToConf(AgentAcsNameConf *conf, AgentAcsNameEntries *entries,
+                                     const char *text) {
+    ConfAndEntries both{conf, entries};
+    return OV_AgentConfJsonEntry(OV_CONF_SITE, "acsname", &both, text, ConvertBoth);
+}
+
+void OV_AgentAcsNameEntriesRelease(AgentAcsNameEntries *entries) {
+    if (entries->addrs != nullptr) {
+        AgentMemFree(entries->addrs);
+        entries->addrs = nullptr;
     }
-    if (conf->domainEntries != 0) {
-        AgentMemFree(EntriesOf<AgentAcsDomainEntry>(conf->domainEntries));
-        conf->domainEntries = 0;
+    if (entries->domains != nullptr) {
+        AgentMemFree(entries->domains);
+        entries->domains = nullptr;
     }
 }

@@ -12,17 +12,18 @@
 //   72    u64       version            "version"
 //   80    u32       addrNum            address entries in the address array
 //   84    u32       domainNum          domain entries in the domain array
-//   88    u64       addrEntries        reference to the address array (host-local)
-//   96    u64       domainEntries      reference to the domain array (host-local)
+//   88    u64       addrRequests       address-entry requests that follow
+//   96    u64       domainRequests     domain-entry requests that follow
 //   104   char[32][64] ipSets          "ipset": address-set names
 //   2152  char[32][64] domainSets      "domainset": domain-set names
 //   4200  280 bytes probe block        "Probe" (AgentAcsProbe)
 //
 // The address and domain entries ("ipwithidlist", "ipv6withidlist",
-// "iplist", "ipv6list", "domainwithidlist", "domainlist") are kept in two
-// arrays that the converter allocates from the AGENT memory module and
-// references from the record; they are not part of the 4480 bytes sent. The
-// caller releases them with OV_AgentAcsNameConfRelease.
+// "iplist", "ipv6list", "domainwithidlist", "domainlist") are not part of the
+// 4480 bytes: they follow the record in entry requests of their own
+// (agentconf/acsname_entries.h), whose numbers the record gives at 88 and 96.
+// Both numbers follow from addrNum and domainNum alone, so the same JSON
+// always gives the same bytes.
 #pragma once
 
 #include <json-c/json.h>
@@ -92,8 +93,8 @@ struct AgentAcsNameConf {
     uint64_t version;
     uint32_t addrNum;
     uint32_t domainNum;
-    uint64_t addrEntries;   ///< AgentAcsAddrEntry[addrNum], owned by the converter's caller
-    uint64_t domainEntries; ///< AgentAcsDomainEntry[domainNum], owned likewise
+    uint64_t addrRequests;   ///< requests (function 2) that carry the addrNum address entries
+    uint64_t domainRequests; ///< requests (function 3) that carry the domainNum domain entries
     char ipSets[ACSNAME_SET_MAX][ACSNAME_NAME_LEN];
     char domainSets[ACSNAME_SET_MAX][ACSNAME_NAME_LEN];
     AgentAcsProbe probe;
@@ -106,20 +107,35 @@ static_assert(offsetof(AgentAcsNameConf, domainSetNum) == 70);
 static_assert(offsetof(AgentAcsNameConf, version) == 72);
 static_assert(offsetof(AgentAcsNameConf, addrNum) == 80);
 static_assert(offsetof(AgentAcsNameConf, domainNum) == 84);
-static_assert(offsetof(AgentAcsNameConf, addrEntries) == 88);
-static_assert(offsetof(AgentAcsNameConf, domainEntries) == 96);
+static_assert(offsetof(AgentAcsNameConf, addrRequests) == 88);
+static_assert(offsetof(AgentAcsNameConf, domainRequests) == 96);
 static_assert(offsetof(AgentAcsNameConf, ipSets) == 104);
 static_assert(offsetof(AgentAcsNameConf, domainSets) == 2152);
 static_assert(offsetof(AgentAcsNameConf, probe) == 4200);
 
-/// Fills the zeroed record from JSON text. Returns 0 or a negative code. On
-/// return (success or not) the record may reference entry arrays: release
-/// them with OV_AgentAcsNameConfRelease once the record has been sent.
+/// The entry arrays of a converted access name, allocated from the AGENT
+/// memory module (nullptr while the count is 0). Whoever passed the struct to
+/// the converter owns them and releases them with OV_AgentAcsNameEntriesRelease.
+struct AgentAcsNameEntries {
+    AgentAcsAddrEntry *addrs;     ///< the record's addrNum entries
+    AgentAcsDomainEntry *domains; ///< the record's domainNum entries
+};
+
+/// Fills the zeroed record from JSON text. Returns 0 or a negative code. The
+/// entries are converted and counted, then released: the record alone.
 int32_t OV_AgentAcsNameJsonStrToConf(AgentAcsNameConf *conf, const char *text);
 int32_t _OV_AgentAcsNameJsonToConf(AgentAcsNameConf *conf, json_object *obj);
 
-/// Frees the entry arrays the record references and clears the references.
-void OV_AgentAcsNameConfRelease(AgentAcsNameConf *conf);
+/// As OV_AgentAcsNameJsonStrToConf (same messages and codes), and hands the
+/// entry arrays to *entries, which must start zeroed. Whatever the result,
+/// the caller releases them with OV_AgentAcsNameEntriesRelease.
+int32_t OV_AgentAcsNameJsonStrToConf(AgentAcsNameConf *conf, AgentAcsNameEntries *entries,
+                                     const char *text);
+int32_t _OV_AgentAcsNameJsonToConf(AgentAcsNameConf *conf, AgentAcsNameEntries *entries,
+                                   json_object *obj);
+
+/// Frees both arrays and clears the pointers; a second call does nothing.
+void OV_AgentAcsNameEntriesRelease(AgentAcsNameEntries *entries);
 
 /// The access-name record as JSON under its own keys.
 /// Returns a new JSON object owned by the caller, or nullptr when len is not

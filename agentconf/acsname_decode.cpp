@@ -57,10 +57,11 @@ json_object *OV_AgentAcsNameRecordToJson(const uint8_t *rec, size_t len) {
     AddInt(obj, "version", static_cast<int64_t>(c.version));
     AddBool(obj, "persistentFlag", (c.flags & ACSNAME_FLAG_PERSISTENT) != 0);
     AddBool(obj, "hasdomainsetid", (c.flags & ACSNAME_FLAG_HAS_DOMAINSET) != 0);
-    // The entries live in the sender's memory (the references at 88 and 96
-    // mean nothing here); only their numbers travel.
+    // The entries follow in requests of their own (decoded there).
     AddInt(obj, "addrNum", c.addrNum);
     AddInt(obj, "domainNum", c.domainNum);
+    AddInt(obj, "addrRequests", static_cast<int64_t>(c.addrRequests));
+    AddInt(obj, "domainRequests", static_cast<int64_t>(c.domainRequests));
     json_object_object_add(obj, "ipset", DecodeSetNames(c.ipSets, c.ipSetNum));
     json_object_object_add(obj, "domainset", DecodeSetNames(c.domainSets, c.domainSetNum));
     json_object_object_add(obj, "Probe", DecodeProbe(c.probe));

@@ -21,15 +21,13 @@ std::string Decoded(const uint8_t *rec, size_t len) {
     return obj == nullptr ? "" : json_object_to_json_string_ext(obj.get(), JSON_C_TO_STRING_PLAIN);
 }
 
-// JSON text -> record bytes as sent (the converter's entry arrays are freed;
-// their references stay in the bytes, as on the wire).
+// JSON text -> record bytes as sent (the entries go in requests of their own).
 int32_t Convert(const std::string &text, Record *rec) {
     ovtest::StdoutCapture quiet;
     AgentMemModuleRegister();
     AgentAcsNameConf conf{};
     int32_t rc = OV_AgentAcsNameJsonStrToConf(&conf, text.c_str());
     std::memcpy(rec->data(), &conf, rec->size());
-    OV_AgentAcsNameConfRelease(&conf);
     AgentMemModuleUnregister();
     return rc;
 }
@@ -55,7 +53,8 @@ TEST(DecodeAcsName, ShowsFieldsSetsProbeAndEntryCounts) {
               0);
     EXPECT_EQ(Decoded(rec.data(), rec.size()),
               R"({"id":7,"ascname":"office","version":5000000000,"persistentFlag":true,)"
-              R"("hasdomainsetid":false,"addrNum":2,"domainNum":1,"ipset":["lan","dmz"],)"
+              R"("hasdomainsetid":false,"addrNum":2,"domainNum":1,"addrRequests":1,)"
+              R"("domainRequests":1,"ipset":["lan","dmz"],)"
               R"("domainset":[],"Probe":{"Enable":true,"Protocol":6,"Port":443,"Interval":5,)"
               R"("Timeout":2,"Retries":3,"Ip":"10.1.2.3","Host":"probe.example.org"}})");
 }
@@ -115,7 +114,7 @@ TEST(DecodeAcsName, EntryListsAreCountedButNotCarried) {
               0);
     std::string decoded = Decoded(first.data(), first.size());
     EXPECT_NE(decoded.find(R"("addrNum":2,"domainNum":1,)"), std::string::npos) << decoded;
-    // Everything but the counts and the host-local references converts back.
+    // Everything but the entry and request counts converts back.
     Record second;
     ASSERT_EQ(Convert(decoded, &second), 0) << decoded;
     constexpr size_t from = offsetof(AgentAcsNameConf, addrNum);

@@ -20,7 +20,7 @@ class AcsNameTest : public testing::Test {
         std::memset(&conf_, 0, sizeof conf_);
     }
     void TearDown() override {
-        OV_AgentAcsNameConfRelease(&conf_);
+        OV_AgentAcsNameEntriesRelease(&entries_);
         MemModuleStats stats{};
         MemModuleGetStats(g_agentMemModule, &stats);
         EXPECT_EQ(stats.MemCounter, 0); // the entry arrays went back
@@ -30,19 +30,14 @@ class AcsNameTest : public testing::Test {
     }
     int32_t Convert(const std::string &json) {
         ovtest::StdoutCapture cap;
-        int32_t rc = OV_AgentAcsNameJsonStrToConf(&conf_, json.c_str());
+        int32_t rc = OV_AgentAcsNameJsonStrToConf(&conf_, &entries_, json.c_str());
         out_ = cap.Take();
         return rc;
     }
-    const AgentAcsAddrEntry *Addrs() const {
-        return reinterpret_cast<const AgentAcsAddrEntry *>(
-            static_cast<uintptr_t>(conf_.addrEntries));
-    }
-    const AgentAcsDomainEntry *Domains() const {
-        return reinterpret_cast<const AgentAcsDomainEntry *>(
-            static_cast<uintptr_t>(conf_.domainEntries));
-    }
+    const AgentAcsAddrEntry *Addrs() const { return entries_.addrs; }
+    const AgentAcsDomainEntry *Domains() const { return entries_.domains; }
     AgentAcsNameConf conf_;
+    AgentAcsNameEntries entries_{};
     std::string out_;
 };
 
@@ -80,7 +75,7 @@ TEST_F(AcsNameTest, RequiredKeysFailWithTheirTexts) {
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.json);
-        OV_AgentAcsNameConfRelease(&conf_);
+        OV_AgentAcsNameEntriesRelease(&entries_);
         std::memset(&conf_, 0, sizeof conf_);
         EXPECT_EQ(Convert(c.json), c.rc);
         EXPECT_NE(out_.find(c.text), std::string::npos) << out_;
@@ -142,7 +137,7 @@ TEST_F(AcsNameTest, RefusesMoreEntriesOrSetsThanTheRecordHolds) {
         sets += "\"s\"";
     }
     sets += "]}";
-    OV_AgentAcsNameConfRelease(&conf_);
+    OV_AgentAcsNameEntriesRelease(&entries_);
     std::memset(&conf_, 0, sizeof conf_);
     EXPECT_EQ(Convert(sets), -22);
     EXPECT_EQ(conf_.ipSetNum, ACSNAME_SET_MAX);

@@ -20,10 +20,6 @@ int32_t ConvertAs(void *rec, const char *json) {
     return Convert(static_cast<Conf *>(rec), json);
 }
 
-void ReleaseAcsName(void *rec) {
-    OV_AgentAcsNameConfRelease(static_cast<AgentAcsNameConf *>(rec));
-}
-
 using T = OV_KeyField::Type;
 
 constexpr OV_KeyField U(size_t offset, size_t size, uint32_t mask = 0xFFFFFFFFu) {
@@ -110,7 +106,7 @@ constexpr OV_RecordSpec kRecords[RECORD_KIND_COUNT] = {
      "acsname",
      SizeOf<AgentAcsNameConf>,
      ConvertAs<AgentAcsNameConf, OV_AgentAcsNameJsonStrToConf>,
-     ReleaseAcsName,
+     nullptr,
      OV_AgentAcsNameRecordToJson,
      {{T::Text, offsetof(AgentAcsNameConf, name), ACSNAME_NAME_LEN, 0}},
      1,

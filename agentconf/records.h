@@ -37,8 +37,9 @@ struct OV_RecordSpec {
     const char *name; ///< as the journal and pdctl name the kind
     uint32_t size;
     OV_RecordConverter convert; ///< nullptr: the handler fills the record itself
-    /// Frees what a successful or failed conversion left referenced (the
-    /// access name's entry arrays); nullptr when nothing is.
+    /// Frees what a successful or failed conversion left referenced; nullptr
+    /// when nothing is (no kind now: an access name's entries come only from
+    /// the converter form that hands them over, see acsname.h).
     void (*release)(void *rec);
     OV_RecordDecoder decode;
     OV_KeyField key[4];

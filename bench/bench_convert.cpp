@@ -35,9 +35,10 @@ int32_t Call(void *record, const char *text) {
 }
 
 int32_t CallAcsName(void *record, const char *text) {
-    auto *conf = static_cast<AgentAcsNameConf *>(record);
-    int32_t rc = OV_AgentAcsNameJsonStrToConf(conf, text);
-    OV_AgentAcsNameConfRelease(conf);
+    AgentAcsNameEntries entries{};
+    int32_t rc =
+        OV_AgentAcsNameJsonStrToConf(static_cast<AgentAcsNameConf *>(record), &entries, text);
+    OV_AgentAcsNameEntriesRelease(&entries);
     return rc;
 }
 

@@ -3,6 +3,7 @@
 #include "cli/handlers.h"
 
 #include "agentconf/acsname.h"
+#include "agentconf/acsname_entries.h"
 #include "agentconf/conn.h"
 #include "agentconf/engine.h"
 #include "agentconf/globalarg.h"
@@ -83,6 +84,10 @@ int32_t ConvertAndSend(const char *arg, int32_t (*convert)(Conf *, const char *)
     return OV_ImcConfSet(module, func, &conf, sizeof conf);
 }
 
+int32_t SendAcsNameEntries(uint16_t function, const void *payload, uint32_t len, void * /*ctx*/) {
+    return OV_ImcConfSet(kModuleAcsName, function, payload, len);
+}
+
 } // namespace
 
 int32_t CmdRuleSet(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint16_t id) {
@@ -147,15 +152,19 @@ int32_t CmdAcsNameSet(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint
     }
     AgentAcsNameConf conf;
     std::memset(&conf, 0, sizeof conf);
-    int32_t ret = OV_AgentAcsNameJsonStrToConf(&conf, arg);
+    AgentAcsNameEntries entries{};
+    int32_t ret = OV_AgentAcsNameJsonStrToConf(&conf, &entries, arg);
     if (ret >= 0) {
-        // The record goes as the converter left it; the entry arrays it
-        // references stay here and are released after sending.
+        // The entries follow a record the agent has accepted; the first
+        // refusal or transport failure ends the command with its code.
         ret = OV_ImcConfSet(kModuleAcsName, kFuncAcsNameSet, &conf, sizeof conf);
+        if (ret >= 0) {
+            ret = OV_AgentAcsNameSendEntries(&conf, &entries, SendAcsNameEntries, nullptr);
+        }
     } else {
         PrintOut("Convert acsname json str to conf failed\n");
     }
-    OV_AgentAcsNameConfRelease(&conf);
+    OV_AgentAcsNameEntriesRelease(&entries);
     return ret;
 }
 

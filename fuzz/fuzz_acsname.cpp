@@ -1,13 +1,13 @@
-// Fuzz target: access-name JSON to its 4480-byte record (and the entry arrays
-// the converter allocates), and the round trip through its decoder.
+// Fuzz target: access-name JSON to its 4480-byte record (the converter's entry
+// arrays are converted and released), and the round trip through its decoder.
 #include "agentconf/acsname.h"
 #include "fuzz/fuzz_support.h"
 
 namespace {
 
-// The entry lists stay on this host: the record carries only their counts and
-// host-local references, which the decoded form cannot give back.
-void ClearEntryCountsAndReferences(uint8_t *rec) {
+// The entry lists travel in requests of their own: the record carries only
+// their counts and request counts, which the decoded form cannot give back.
+void ClearEntryCounts(uint8_t *rec) {
     constexpr size_t from = offsetof(AgentAcsNameConf, addrNum);
     constexpr size_t to = offsetof(AgentAcsNameConf, ipSets);
     std::memset(rec + from, 0, to - from);
@@ -17,7 +17,6 @@ void ClearEntryCountsAndReferences(uint8_t *rec) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static const ovfuzz::ConverterTarget<AgentAcsNameConf> target{
-        OV_AgentAcsNameJsonStrToConf, OV_AgentAcsNameRecordToJson, OV_AgentAcsNameConfRelease,
-        ClearEntryCountsAndReferences};
+        OV_AgentAcsNameJsonStrToConf, OV_AgentAcsNameRecordToJson, nullptr, ClearEntryCounts};
     return ovfuzz::RunConverter(target, data, size);
 }

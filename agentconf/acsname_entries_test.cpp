@@ -1,0 +1,237 @@
+// Tests of an access name's entry requests: the bytes of each request, where
+// the lists are cut, the stop at a refusal, and the JSON they read back as.
+#include "agentconf/acsname_entries.h"
+
+#include "agentconf/json_conv.h"
+#include "base/mem.h"
+#include "tests/support/capture.h"
+#include "tests/support/record_bytes.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+using ovtest::RecordBytes;
+
+struct Sent {
+    uint16_t function;
+    std::vector<uint8_t> bytes;
+};
+
+int32_t Collect(uint16_t function, const void *payload, uint32_t len, void *ctx) {
+    const auto *p = static_cast<const uint8_t *>(payload);
+    static_cast<std::vector<Sent> *>(ctx)->push_back({function, {p, p + len}});
+    return 0;
+}
+
+class AcsNameEntries : public testing::Test {
+  protected:
+    void SetUp() override {
+        ovtest::StdoutCapture quiet;
+        ASSERT_GE(AgentMemModuleRegister(), 0);
+        OV_AgentConfLogRegister();
+    }
+    void TearDown() override {
+        OV_AgentAcsNameEntriesRelease(&entries_);
+        MemModuleStats stats{};
+        MemModuleGetStats(g_agentMemModule, &stats);
+        EXPECT_EQ(stats.MemCounter, 0);
+        ovtest::StdoutCapture quiet;
+        OV_AgentConfLogUnregister();
+        AgentMemModuleUnregister();
+    }
+    // Converts text and builds its entry requests.
+    std::vector<Sent> Requests(const std::string &text) {
+        ovtest::StdoutCapture quiet;
+        OV_AgentAcsNameEntriesRelease(&entries_);
+        std::memset(&conf_, 0, sizeof conf_);
+        EXPECT_EQ(OV_AgentAcsNameJsonStrToConf(&conf_, &entries_, text.c_str()), 0);
+        std::vector<Sent> sent;
+        EXPECT_EQ(OV_AgentAcsNameSendEntries(&conf_, &entries_, Collect, &sent), 0);
+        return sent;
+    }
+    AgentAcsNameConf conf_{};
+    AgentAcsNameEntries entries_{};
+};
+
+template <size_t N>
+bool Same(const Sent &s, uint16_t function, const RecordBytes<N> &want) {
+    return s.function == function && s.bytes == want.bytes;
+}
+
+TEST_F(AcsNameEntries, RecordNamesItsRequestsAndEachCarriesItsList) {
+    const std::string text = R"({"id": 5, "ascname": "corp", "version": 1, "persistentFlag": true,
+        "iplist": ["10.1.0.0/16"], "domainlist": ["example.com"]})";
+    std::vector<Sent> sent = Requests(text);
+    EXPECT_TRUE(ovtest::SameRecord(conf_, RecordBytes<4480>()
+                                              .Put<uint32_t>(0, 5)
+                                              .Text(4, "corp")
+                                              .Put<uint8_t>(68, 1)
+                                              .Put<uint64_t>(72, 1)
+                                              .Put<uint32_t>(80, 1)
+                                              .Put<uint32_t>(84, 1)
+                                              .Put<uint64_t>(88, 1)
+                                              .Put<uint64_t>(96, 1)));
+    ASSERT_EQ(sent.size(), 2u);
+    EXPECT_TRUE(Same(sent[0], 2,
+                     RecordBytes<104>()
+                         .Put<uint32_t>(0, 5)
+                         .Text(4, "corp")
+                         .Put<uint32_t>(72, 1)
+                         .Bytes(84, {0, 16})
+                         .Put<uint32_t>(88, 0x0A010000)));
+    EXPECT_TRUE(
+        Same(sent[1], 3,
+             RecordBytes<336>().Put<uint32_t>(0, 5).Text(4, "corp").Put<uint32_t>(72, 1).Text(
+                 84, "example.com")));
+
+    // Nothing of this run's memory gets in: the next run gives the same bytes,
+    // and the record-only converter the same record.
+    AgentAcsNameConf first = conf_;
+    EXPECT_EQ(Requests(text).size(), 2u);
+    EXPECT_EQ(std::memcmp(&first, &conf_, sizeof first), 0);
+    AgentAcsNameConf alone{};
+    ovtest::StdoutCapture quiet;
+    EXPECT_EQ(OV_AgentAcsNameJsonStrToConf(&alone, text.c_str()), 0);
+    EXPECT_EQ(std::memcmp(&first, &alone, sizeof first), 0);
+}
+
+TEST_F(AcsNameEntries, ListsAreCutIntoFullRequestsInIndexOrder) {
+    struct Case {
+        uint32_t addrs;
+        uint32_t domains;
+        std::vector<uint32_t> addrCounts;
+        std::vector<uint32_t> domainCounts;
+    };
+    std::vector<uint32_t> fullDomains(16, 255);
+    fullDomains.push_back(16);
+    const Case cases[] = {
+        {0, 0, {}, {}},
+        {1, 0, {1}, {}},
+        {0, 1, {}, {1}},
+        {2726, 255, {2726}, {255}},
+        {2727, 256, {2726, 1}, {255, 1}},
+        {4096, 4096, {2726, 1370}, fullDomains},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(std::to_string(c.addrs) + " addresses, " + std::to_string(c.domains));
+        std::string text = R"({"id": 8, "ascname": "cut", "version": 1, "iplist": [)";
+        for (uint32_t i = 0; i < c.addrs; ++i) {
+            text += (i ? ",\"10.0." : "\"10.0.") + std::to_string(i / 256) + "." +
+                    std::to_string(i % 256) + "\"";
+        }
+        text += R"(], "domainlist": [)";
+        for (uint32_t i = 0; i < c.domains; ++i) {
+            text += (i ? ",\"d" : "\"d") + std::to_string(i) + "\"";
+        }
+        std::vector<Sent> sent = Requests(text + "]}");
+        ASSERT_EQ(sent.size(), c.addrCounts.size() + c.domainCounts.size());
+        EXPECT_EQ(conf_.addrRequests, c.addrCounts.size());
+        EXPECT_EQ(conf_.domainRequests, c.domainCounts.size());
+        uint32_t first[2] = {0, 0};
+        for (size_t i = 0; i < sent.size(); ++i) {
+            const bool addr = i < c.addrCounts.size();
+            const size_t itemSize = addr ? sizeof(AgentAcsAddrEntry) : sizeof(AgentAcsDomainEntry);
+            const uint8_t *items = addr ? reinterpret_cast<const uint8_t *>(entries_.addrs)
+                                        : reinterpret_cast<const uint8_t *>(entries_.domains);
+            const uint32_t count = addr ? c.addrCounts[i] : c.domainCounts[i - c.addrCounts.size()];
+            uint32_t &at = first[addr ? 0 : 1];
+            AgentAcsEntryHead head;
+            ASSERT_EQ(sent[i].bytes.size(), sizeof head + count * itemSize) << i;
+            EXPECT_LE(sent[i].bytes.size() + IMC_HEADER_LEN, 65536u);
+            std::memcpy(&head, sent[i].bytes.data(), sizeof head);
+            EXPECT_EQ(sent[i].function, addr ? 2 : 3);
+            EXPECT_EQ(head.id, 8u);
+            EXPECT_STREQ(head.name, "cut");
+            EXPECT_EQ(head.first, at);
+            EXPECT_EQ(head.count, count);
+            EXPECT_EQ(std::memcmp(sent[i].bytes.data() + sizeof head, items + at * itemSize,
+                                  count * itemSize),
+                      0)
+                << i;
+            at += count;
+        }
+    }
+}
+
+int32_t RefuseSecond(uint16_t /*function*/, const void * /*payload*/, uint32_t /*len*/, void *ctx) {
+    return ++*static_cast<int *>(ctx) == 2 ? -5 : 0;
+}
+
+TEST_F(AcsNameEntries, NothingIsBuiltAfterARefusalOrForARecordThatDoesNotFit) {
+    Requests(R"({"id": 1, "version": 1, "iplist": ["1.1.1.1"], "domainlist": ["a", "b"]})");
+    int calls = 0;
+    EXPECT_EQ(OV_AgentAcsNameSendEntries(&conf_, &entries_, RefuseSecond, &calls), -5);
+    EXPECT_EQ(calls, 2);
+
+    struct Case {
+        const char *what;
+        void (*spoil)(AgentAcsNameConf *, AgentAcsNameEntries *);
+    };
+    const Case cases[] = {
+        {"more addresses than a list holds",
+         [](AgentAcsNameConf *c, AgentAcsNameEntries *) { c->addrNum = 4097; }},
+        {"more domains than a list holds",
+         [](AgentAcsNameConf *c, AgentAcsNameEntries *) { c->domainNum = 4097; }},
+        {"another number of requests",
+         [](AgentAcsNameConf *c, AgentAcsNameEntries *) { c->domainRequests = 2; }},
+        {"no address array",
+         [](AgentAcsNameConf *, AgentAcsNameEntries *e) { e->addrs = nullptr; }},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        AgentAcsNameConf conf = conf_;
+        AgentAcsNameEntries entries = entries_;
+        c.spoil(&conf, &entries);
+        calls = 0;
+        EXPECT_EQ(OV_AgentAcsNameSendEntries(&conf, &entries, RefuseSecond, &calls), -22);
+        EXPECT_EQ(calls, 0);
+    }
+}
+
+std::string Json(json_object *obj) {
+    OV_JsonPtr owned(obj);
+    return obj == nullptr ? "(null)"
+                          : json_object_to_json_string_ext(obj, JSON_C_TO_STRING_PLAIN |
+                                                                    JSON_C_TO_STRING_NOSLASHESCAPE);
+}
+
+TEST(AcsNameEntryJson, ShowsEachEntryAndRefusesAnyOtherLength) {
+    RecordBytes<80 + 6 * 24> addrs;
+    addrs.Put<int32_t>(0, -3).Text(4, "lab").Put<uint32_t>(68, 7).Put<uint32_t>(72, 6);
+    addrs.Put<uint32_t>(80, 9).Bytes(84, {0, 16}).Put<uint32_t>(88, 0x0A010000);
+    addrs.Bytes(108, {1, 32}).Bytes(112, {0x20, 0x01, 0x0d, 0xb8});
+    addrs.Bytes(132, {1, 128}).Bytes(151, {1});
+    addrs.Bytes(156, {1, 64}).Bytes(160, {0, 1, 0, 0, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 3});
+    addrs.Bytes(180, {1, 0});
+    addrs.Put<uint32_t>(200, 4).Bytes(204, {7, 1});
+    EXPECT_EQ(Json(OV_AgentAcsAddrRequestToJson(addrs.bytes.data(), addrs.bytes.size())),
+              R"({"id":-3,"ascname":"lab","first":7,"count":6,"addresses":[)"
+              R"({"id":9,"ip":"10.1.0.0/16"},{"id":0,"ip":"2001:db8::/32"},)"
+              R"({"id":0,"ip":"::1/128"},{"id":0,"ip":"1:0:0:2::3/64"},{"id":0,"ip":"::/0"},)"
+              R"({"id":4,"ipType":7}]})");
+
+    RecordBytes<80 + 2 * 256> domains;
+    domains.Put<uint32_t>(0, 1).Text(4, "lab").Put<uint32_t>(72, 2);
+    domains.Put<uint32_t>(80, 2).Text(84, "example.com");
+    std::memset(domains.bytes.data() + 340, 'x', ACSNAME_DOMAIN_LEN); // no NUL: cut at the field
+    EXPECT_EQ(Json(OV_AgentAcsDomainRequestToJson(domains.bytes.data(), domains.bytes.size())),
+              R"({"id":1,"ascname":"lab","first":0,"count":2,"domains":[)"
+              R"({"id":2,"domain":"example.com"},{"id":0,"domain":")" +
+                  std::string(ACSNAME_DOMAIN_LEN, 'x') + R"("}]})");
+
+    // Shorter than the head, part of an entry, or another count than it holds.
+    for (size_t len : {size_t{0}, size_t{79}, size_t{80}, size_t{80 + 255}, size_t{80 + 256}}) {
+        SCOPED_TRACE(len);
+        EXPECT_EQ(OV_AgentAcsDomainRequestToJson(domains.bytes.data(), len), nullptr);
+        EXPECT_EQ(OV_AgentAcsAddrRequestToJson(addrs.bytes.data(), std::min<size_t>(len, 80 + 24)),
+                  nullptr);
+    }
+    EXPECT_EQ(OV_AgentAcsAddrRequestToJson(nullptr, 104), nullptr);
+}
+
+} // namespace
