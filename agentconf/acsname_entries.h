@@ -24,6 +24,7 @@
 #pragma once
 
 #include "agentconf/acsname.h"
+#include "agentconf/protocol.h"
 #include "imc/flexmsg.h"
 
 #include <json-c/json.h>
@@ -31,8 +32,10 @@
 #include <cstddef>
 #include <cstdint>
 
-constexpr uint16_t ACSNAME_FUNC_ADDR_ENTRIES = 2;
-constexpr uint16_t ACSNAME_FUNC_DOMAIN_ENTRIES = 3;
+constexpr uint16_t ACSNAME_FUNC_ADDR_ENTRIES = kEntryRequests[0].function;
+constexpr uint16_t ACSNAME_FUNC_DOMAIN_ENTRIES = kEntryRequests[1].function;
+static_assert(kEntryRequests[0].kind == RecordKind::AcsName &&
+              kEntryRequests[1].kind == RecordKind::AcsName);
 
 struct AgentAcsEntryHead {
     uint32_t id;

@@ -134,6 +134,42 @@ inline constexpr CommandSpec kCommands[] = {
 constexpr size_t OV_COMMAND_COUNT = sizeof kCommands / sizeof kCommands[0];
 static_assert(OV_COMMAND_COUNT == 46);
 
+/// Requests a set command sends after its record, with functions no command
+/// of the module uses: set_acsname follows an accepted record with the access
+/// name's address entries, then its domain entries (their layout is in
+/// agentconf/acsname_entries.h).
+struct EntryRequestSpec {
+    RecordKind kind; ///< the kind whose set command sends them
+    uint16_t function;
+};
+inline constexpr EntryRequestSpec kEntryRequests[] = {
+    {RecordKind::AcsName, 0x0002}, // address entries
+    {RecordKind::AcsName, 0x0003}, // domain entries
+};
+
+/// The entry request a module and function name, or nullptr.
+constexpr const EntryRequestSpec *OV_EntryRequestOf(uint8_t module, uint16_t function) {
+    for (const EntryRequestSpec &e : kEntryRequests) {
+        if (OV_ModuleOf(e.kind) == module && e.function == function) {
+            return &e;
+        }
+    }
+    return nullptr;
+}
+
+// No command uses an entry request's module and function (compared by
+// value: GCC's sanitizer build does not fold pointer tests).
+static_assert([] {
+    for (const CommandSpec &c : kCommands) {
+        for (const EntryRequestSpec &e : kEntryRequests) {
+            if (c.Module() == OV_ModuleOf(e.kind) && c.function == e.function) {
+                return false;
+            }
+        }
+    }
+    return true;
+}());
+
 namespace ovproto {
 // Called only when a compile-time lookup fails: not constexpr, so the
 // failing lookup does not compile.

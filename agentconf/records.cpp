@@ -3,6 +3,7 @@
 #include "agentconf/records.h"
 
 #include "agentconf/acsname.h"
+#include "agentconf/acsname_entries.h"
 #include "agentconf/conn.h"
 #include "agentconf/engine.h"
 #include "agentconf/globalarg.h"
@@ -12,6 +13,7 @@
 #include "agentconf/shaper.h"
 
 #include <cstring>
+#include <iterator>
 
 namespace {
 
@@ -174,6 +176,11 @@ constexpr bool FieldsInside() {
 }
 static_assert(FieldsInside());
 
+// The decoders of the entry requests, in kEntryRequests order.
+constexpr OV_RecordDecoder kEntryDecoders[] = {OV_AgentAcsAddrRequestToJson,
+                                               OV_AgentAcsDomainRequestToJson};
+static_assert(std::size(kEntryDecoders) == std::size(kEntryRequests));
+
 uint64_t LoadLe(const uint8_t *p, size_t n) {
     uint64_t v = 0;
     for (size_t i = n; i > 0; --i) {
@@ -190,6 +197,13 @@ const OV_RecordSpec &OV_RecordSpecOf(RecordKind kind) {
 
 const CommandSpec *OV_CommandOfRequest(uint8_t module, uint16_t function,
                                        std::span<const uint8_t> payload) {
+    if (const EntryRequestSpec *e = OV_EntryRequestOf(module, function); e != nullptr) {
+        for (const CommandSpec &c : kCommands) {
+            if (c.kind == e->kind && c.op == CmdOp::Set) {
+                return &c;
+            }
+        }
+    }
     for (const CommandSpec &c : kCommands) {
         if (c.Module() != module || c.function != function) {
             continue;
@@ -225,6 +239,9 @@ bool OV_RecordIsPersistent(RecordKind kind, std::span<const uint8_t> rec) {
 
 json_object *OV_AgentRequestToJson(uint8_t module, uint16_t function,
                                    std::span<const uint8_t> payload) {
+    if (const EntryRequestSpec *e = OV_EntryRequestOf(module, function); e != nullptr) {
+        return kEntryDecoders[e - kEntryRequests](payload.data(), payload.size());
+    }
     for (const CommandSpec &c : kCommands) {
         if (c.Module() == module && c.function == function) {
             const OV_RecordSpec &spec = OV_RecordSpecOf(c.kind);

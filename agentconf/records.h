@@ -56,8 +56,8 @@ const OV_RecordSpec &OV_RecordSpecOf(RecordKind kind);
 
 /// The command that sends a request, by module and function; the engine rows
 /// share one function and are told apart by the record's parameter code
-/// (nullptr when the payload does not hold one). nullptr for requests no
-/// command sends.
+/// (nullptr when the payload does not hold one); entry requests give the set
+/// command that sends them. nullptr for requests no command sends.
 const CommandSpec *OV_CommandOfRequest(uint8_t module, uint16_t function,
                                        std::span<const uint8_t> payload);
 
@@ -67,7 +67,7 @@ uint32_t OV_RequestSize(const CommandSpec &cmd);
 /// Whether a record's persistent flag is set (rec must be the kind's size).
 bool OV_RecordIsPersistent(RecordKind kind, std::span<const uint8_t> rec);
 
-/// The request's record decoded to JSON (a new object owned by the caller),
-/// or nullptr when the request carries no record or has the wrong size.
+/// The request's record (or entries) decoded to JSON (a new object owned by
+/// the caller), or nullptr when the request carries none or has the wrong size.
 json_object *OV_AgentRequestToJson(uint8_t module, uint16_t function,
                                    std::span<const uint8_t> payload);

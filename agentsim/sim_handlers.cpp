@@ -2,6 +2,7 @@
 // the get replies, and the names and decoders the journal shows.
 #include "agentsim/sim_handlers.h"
 
+#include "agentconf/acsname_entries.h"
 #include "agentconf/records.h"
 #include "base/errors.h"
 #include "imc/flexmsg.h"
@@ -54,22 +55,44 @@ bool IsPersistent(RecordKind kind, std::span<const uint8_t> rec) {
     return OV_RecordIsPersistent(kind, rec);
 }
 
-int32_t Set(SimContext &ctx, const CommandSpec &row, std::span<const uint8_t> rec, SimResult *out) {
-    SimKey key = KeyOf(row.kind, row.function, rec);
-    const SimRecord *old = ctx.store.Find(row.kind, key);
+int32_t Store(SimContext &ctx, RecordKind kind, SimRecord rec, SimResult *out) {
+    SimKey key = KeyOf(kind, rec.function, rec.bytes);
+    const SimRecord *old = ctx.store.Find(kind, key);
     // The table reply counts shapers in one byte: a 256th would not fit.
-    if (old == nullptr && row.kind == RecordKind::Shaper &&
+    if (old == nullptr && kind == RecordKind::Shaper &&
         ctx.store.Table(RecordKind::Shaper).size() >= SIM_SHAPER_TABLE_MAX) {
         return -OV_EINVAL;
     }
     out->persistentChanged =
-        IsPersistent(row.kind, rec) || (old != nullptr && IsPersistent(row.kind, old->bytes));
-    ctx.store.Put(row.kind, key, SimRecord{row.Module(), row.function, {rec.begin(), rec.end()}});
+        IsPersistent(kind, rec.bytes) || (old != nullptr && IsPersistent(kind, old->bytes));
+    ctx.store.Put(kind, key, std::move(rec));
     return 0;
+}
+
+int32_t Set(SimContext &ctx, const CommandSpec &row, std::span<const uint8_t> rec, SimResult *out) {
+    SimRecord record{row.Module(), row.function, {rec.begin(), rec.end()}, {}};
+    if (row.kind == RecordKind::AcsName) {
+        // An access name with entries is stored once they have all arrived.
+        int32_t held = SimAcsNameBegin(ctx.acsName, record);
+        if (held != 0) {
+            return held < 0 ? held : 0;
+        }
+    }
+    return Store(ctx, row.kind, std::move(record), out);
+}
+
+int32_t Entries(SimContext &ctx, const EntryRequestSpec &e, std::span<const uint8_t> payload,
+                SimResult *out) {
+    SimRecord whole;
+    int32_t rc = SimAcsNameEntries(ctx.acsName, e.function, payload, &whole);
+    return rc <= 0 ? rc : Store(ctx, e.kind, std::move(whole), out);
 }
 
 int32_t Delete(SimContext &ctx, const CommandSpec &row, std::span<const uint8_t> rec,
                SimResult *out) {
+    if (row.kind == RecordKind::AcsName) {
+        SimAcsNameDrop(ctx.acsName, rec.subspan(offsetof(AgentAcsNameConf, name)));
+    }
     SimKey key = KeyOf(row.kind, row.function, rec);
     const SimRecord *old = ctx.store.Find(row.kind, key);
     if (old == nullptr) {
@@ -105,6 +128,9 @@ int32_t GetTable(SimContext &ctx, const CommandSpec &row, SimResult *out) {
 // the agent's shape (a module without a handler answers -40).
 int32_t HandleModule(SimContext &ctx, uint8_t module, uint16_t function,
                      std::span<const uint8_t> payload, SimResult *out) {
+    if (const EntryRequestSpec *e = OV_EntryRequestOf(module, function); e != nullptr) {
+        return Entries(ctx, *e, payload, out); // of varying size, checked there
+    }
     const CommandSpec *row = FindRow(module, function);
     if (row == nullptr) {
         return -OV_ENOSYS;
@@ -177,12 +203,16 @@ std::vector<const SimRecord *> SimPersistentRecords(const SimStore &store) {
 
 int32_t SimRestoreRecord(SimContext &ctx, uint8_t module, uint16_t function,
                          std::span<const uint8_t> payload) {
+    SimResult ignored;
+    // Entry requests find their record held (only a persistent one was taken).
+    if (const EntryRequestSpec *e = OV_EntryRequestOf(module, function); e != nullptr) {
+        return Entries(ctx, *e, payload, &ignored) < 0 ? -OV_EINVAL : 0;
+    }
     const CommandSpec *row = FindRow(module, function);
     if (row == nullptr || row->op != CmdOp::Set || payload.size() != OV_RequestSize(*row) ||
         !IsPersistent(row->kind, payload)) {
         return -OV_EINVAL;
     }
-    SimResult ignored;
     return Set(ctx, *row, payload, &ignored);
 }
 

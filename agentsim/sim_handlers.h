@@ -4,6 +4,7 @@
 #pragma once
 
 #include "agentconf/shaper.h"
+#include "agentsim/sim_acsname.h"
 #include "agentsim/sim_store.h"
 
 #include <json-c/json.h>
@@ -20,6 +21,7 @@ constexpr size_t SIM_SHAPER_TABLE_MAX = 255;
 struct SimContext {
     SimStore store;
     AgentSaClusterInfo sa{}; ///< what get_sa_cluster returns
+    SimAcsNamePending acsName;
 };
 
 /// The outcome of one request.
@@ -49,7 +51,8 @@ json_object *SimDecodeRequest(uint8_t module, uint16_t function, std::span<const
 std::vector<const SimRecord *> SimPersistentRecords(const SimStore &store);
 
 /// Puts a record back from the state file: only a set function's record of
-/// the right size with its persistent flag set is taken. Returns 0 or -22.
+/// the right size with its persistent flag set is taken, and the entry
+/// requests of an access name after its record. Returns 0 or -22.
 int32_t SimRestoreRecord(SimContext &ctx, uint8_t module, uint16_t function,
                          std::span<const uint8_t> payload);
 

@@ -53,7 +53,7 @@ TEST(SimHandlers, ModulesWithoutAHandlerAndUnknownFunctionsAnswerMinus40) {
         EXPECT_TRUE(r.reply.empty());
     }
     const Fn unknown[] = {{3, 0, 36},         {3, 7, 36},   {4, 0x0001, 17528}, {4, 0x0500, 17528},
-                          {4, 0x0003, 17528}, {6, 2, 4480}, {8, 1, 104},        {10, 0, 72},
+                          {4, 0x0003, 17528}, {6, 4, 4480}, {8, 1, 104},        {10, 0, 72},
                           {15, 0, 224},       {15, 5, 0},   {15, 8, 0}};
     for (const Fn &fn : unknown) {
         SimResult r = Call(ctx, fn.module, fn.function, Bytes(fn.size, 0));

@@ -68,7 +68,8 @@ Modules and functions served (payload bytes):
      (616); 26 set_conn_cmd (24, the last value per Type is kept)
   4  rules: function = table << 8 | operation, tables 0 policy, 1 snat,
      2 dnat, 3 dns, 4 dns_proxy; operation 0 set, 2 delete (17528)
-  6  access names: 0 set, 1 delete (4480)
+  6  access names: 0 set, 1 delete (4480); 2 address entries, 3 domain
+     entries (80 + 24 or 256 per entry), after the set they belong to
   8  engine parameters: 0 (104), the last value per parameter code is kept
   10 rate limits: 1 set, 2 delete (72)
   15 shapers: 1 set, 2 delete, 3 get one (224); 4 get the table, 7 get the SA

@@ -43,23 +43,29 @@ bool GetNumber(json_object *obj, const char *key, int64_t max, int64_t *out) {
     return true;
 }
 
+void AppendLine(const SimRecord &rec, std::string *text) {
+    json_object *obj = json_object_new_object();
+    ovrec::AddInt(obj, "module", rec.module);
+    ovrec::AddInt(obj, "function", rec.function);
+    const char *command = SimCommandName(rec.module, rec.function, rec.bytes);
+    json_object_object_add(obj, "command",
+                           command == nullptr ? nullptr : json_object_new_string(command));
+    ovrec::AddString(obj, "payload", ovrec::HexText(rec.bytes.data(), rec.bytes.size()));
+    *text += text->back() == '[' ? "\n" : ",\n";
+    *text += json_object_to_json_string_ext(obj, JSON_C_TO_STRING_SPACED);
+    json_object_put(obj);
+}
+
 } // namespace
 
 std::string SimStateText(const SimStore &store) {
     std::string text = "{\"agentsim_state\": " + std::to_string(kStateVersion) + ", \"records\": [";
-    bool first = true;
     for (const SimRecord *rec : SimPersistentRecords(store)) {
-        json_object *obj = json_object_new_object();
-        ovrec::AddInt(obj, "module", rec->module);
-        ovrec::AddInt(obj, "function", rec->function);
-        const char *command = SimCommandName(rec->module, rec->function, rec->bytes);
-        json_object_object_add(obj, "command",
-                               command == nullptr ? nullptr : json_object_new_string(command));
-        ovrec::AddString(obj, "payload", ovrec::HexText(rec->bytes.data(), rec->bytes.size()));
-        text += first ? "\n" : ",\n";
-        text += json_object_to_json_string_ext(obj, JSON_C_TO_STRING_SPACED);
-        json_object_put(obj);
-        first = false;
+        // An access name's entry requests follow it, as they arrived.
+        AppendLine(*rec, &text);
+        for (const SimRecord &part : rec->parts) {
+            AppendLine(part, &text);
+        }
     }
     text += "]}\n";
     return text;
@@ -112,6 +118,10 @@ int32_t SimStateRestore(SimContext &ctx, const std::string &text, std::string *e
                 "record " + std::to_string(i + 1) + " is not a persistent record of a set function";
             return -OV_EINVAL;
         }
+    }
+    if (restored.acsName.Waiting()) {
+        *error = "the last access name lacks entry requests";
+        return -OV_EINVAL;
     }
     ctx.store = std::move(restored.store);
     return 0;

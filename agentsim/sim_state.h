@@ -1,5 +1,6 @@
 // The state file: the records whose persistent flag is set, kept across
-// restarts. The text is one JSON object, one record per line:
+// restarts, each access name followed by its entry requests (functions 2
+// and 3). The text is one JSON object, one request per line:
 //   {"agentsim_state": 1, "records": [
 //   {"module": 15, "function": 1, "command": "set_shaper_conf", "payload": "<hex>"},
 //   ...]}

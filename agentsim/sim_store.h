@@ -17,6 +17,9 @@ struct SimRecord {
     uint8_t module = 0;
     uint16_t function = 0;
     std::vector<uint8_t> bytes;
+    /// Further requests that belong to the record (an access name's entry
+    /// requests), in the order they arrived.
+    std::vector<SimRecord> parts;
 };
 
 /// Keys are byte strings whose order is the order of the key fields (numbers
