@@ -232,6 +232,10 @@ std::vector<Request> AgentTest::Journal() {
         if (json_object_object_get_ex(obj, "payload", &v) && v != nullptr) {
             r.payloadHex = json_object_get_string(v);
         }
+        if (json_object_object_get_ex(obj, "record", &v)) {
+            r.record = json_object_to_json_string_ext(v, JSON_C_TO_STRING_PLAIN |
+                                                             JSON_C_TO_STRING_NOSLASHESCAPE);
+        }
         if (json_object_object_get_ex(obj, "fault", &v) && v != nullptr) {
             r.fault = json_object_get_string(v);
         }

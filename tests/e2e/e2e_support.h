@@ -21,7 +21,8 @@ struct Request {
     std::string command; ///< "" when the journal has none
     int status = 0;
     std::string payloadHex;
-    std::string fault; ///< the fault agentsim applied ("" for none)
+    std::string record; ///< the decoded record as JSON text ("null" for none)
+    std::string fault;  ///< the fault agentsim applied ("" for none)
 };
 
 /// What one pdtool run gave.
