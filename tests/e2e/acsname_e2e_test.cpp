@@ -135,6 +135,7 @@ class AccessNames : public AgentTest {
 
 std::vector<std::string> Payloads(const std::vector<Request> &requests) {
     std::vector<std::string> out;
+    out.reserve(requests.size());
     for (const Request &r : requests) {
         out.push_back(std::to_string(r.module) + ":" + std::to_string(r.function) + " " +
                       r.payloadHex);
