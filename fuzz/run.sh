@@ -25,7 +25,8 @@ while [ $# -gt 0 ]; do
   esac
 done
 if [ ${#targets[@]} -eq 0 ]; then
-  targets=(rule ratelimit conn linkip link globalarg shaper acsname kvargs get_print reply)
+  targets=(rule ratelimit conn linkip link globalarg shaper acsname acsname_entries kvargs get_print
+           reply)
 fi
 
 work="$build/fuzz-work"
