@@ -104,19 +104,17 @@ TEST_F(AcsNameEntries, ListsAreCutIntoFullRequestsInIndexOrder) {
     struct Case {
         uint32_t addrs;
         uint32_t domains;
-        std::vector<uint32_t> addrCounts;
-        std::vector<uint32_t> domainCounts;
+        std::vector<uint32_t> counts; ///< of each request, addresses first
     };
-    std::vector<uint32_t> fullDomains(16, 255);
-    fullDomains.push_back(16);
-    const Case cases[] = {
-        {0, 0, {}, {}},
-        {1, 0, {1}, {}},
-        {0, 1, {}, {1}},
-        {2726, 255, {2726}, {255}},
-        {2727, 256, {2726, 1}, {255, 1}},
-        {4096, 4096, {2726, 1370}, fullDomains},
-    };
+    std::vector<uint32_t> most = {2726, 1370};
+    most.insert(most.end(), 16, 255);
+    most.push_back(16);
+    const Case cases[] = {{0, 0, {}},
+                          {1, 0, {1}},
+                          {0, 1, {1}},
+                          {2726, 255, {2726, 255}},
+                          {2727, 256, {2726, 1, 255, 1}},
+                          {4096, 4096, most}};
     for (const Case &c : cases) {
         SCOPED_TRACE(std::to_string(c.addrs) + " addresses, " + std::to_string(c.domains));
         std::string text = R"({"id": 8, "ascname": "cut", "version": 1, "iplist": [)";
@@ -129,32 +127,28 @@ TEST_F(AcsNameEntries, ListsAreCutIntoFullRequestsInIndexOrder) {
             text += (i ? ",\"d" : "\"d") + std::to_string(i) + "\"";
         }
         std::vector<Sent> sent = Requests(text + "]}");
-        ASSERT_EQ(sent.size(), c.addrCounts.size() + c.domainCounts.size());
-        EXPECT_EQ(conf_.addrRequests, c.addrCounts.size());
-        EXPECT_EQ(conf_.domainRequests, c.domainCounts.size());
+        ASSERT_EQ(sent.size(), c.counts.size());
         uint32_t first[2] = {0, 0};
+        uint64_t requests[2] = {0, 0};
         for (size_t i = 0; i < sent.size(); ++i) {
-            const bool addr = i < c.addrCounts.size();
-            const size_t itemSize = addr ? sizeof(AgentAcsAddrEntry) : sizeof(AgentAcsDomainEntry);
-            const uint8_t *items = addr ? reinterpret_cast<const uint8_t *>(entries_.addrs)
-                                        : reinterpret_cast<const uint8_t *>(entries_.domains);
-            const uint32_t count = addr ? c.addrCounts[i] : c.domainCounts[i - c.addrCounts.size()];
-            uint32_t &at = first[addr ? 0 : 1];
-            AgentAcsEntryHead head;
-            ASSERT_EQ(sent[i].bytes.size(), sizeof head + count * itemSize) << i;
-            EXPECT_LE(sent[i].bytes.size() + IMC_HEADER_LEN, 65536u);
-            std::memcpy(&head, sent[i].bytes.data(), sizeof head);
-            EXPECT_EQ(sent[i].function, addr ? 2 : 3);
-            EXPECT_EQ(head.id, 8u);
-            EXPECT_STREQ(head.name, "cut");
-            EXPECT_EQ(head.first, at);
-            EXPECT_EQ(head.count, count);
-            EXPECT_EQ(std::memcmp(sent[i].bytes.data() + sizeof head, items + at * itemSize,
-                                  count * itemSize),
-                      0)
-                << i;
-            at += count;
+            const int list = sent[i].function - 2;
+            const size_t size = list == 0 ? sizeof(AgentAcsAddrEntry) : sizeof(AgentAcsDomainEntry);
+            const auto *items = list == 0 ? reinterpret_cast<const uint8_t *>(entries_.addrs)
+                                          : reinterpret_cast<const uint8_t *>(entries_.domains);
+            AgentAcsEntryHead head{8, "cut", first[list], c.counts[i], {}};
+            std::vector<uint8_t> want(sizeof head + head.count * size);
+            std::memcpy(want.data(), &head, sizeof head);
+            std::memcpy(want.data() + sizeof head, items + head.first * size, head.count * size);
+            EXPECT_EQ(sent[i].bytes, want) << i;
+            EXPECT_LE(want.size() + IMC_HEADER_LEN, 65536u);
+            EXPECT_TRUE(list == 1 || requests[1] == 0) << "addresses go first";
+            first[list] += head.count;
+            ++requests[list];
         }
+        EXPECT_EQ(first[0], c.addrs);
+        EXPECT_EQ(first[1], c.domains);
+        EXPECT_EQ(conf_.addrRequests, requests[0]);
+        EXPECT_EQ(conf_.domainRequests, requests[1]);
     }
 }
 
@@ -167,28 +161,13 @@ TEST_F(AcsNameEntries, NothingIsBuiltAfterARefusalOrForARecordThatDoesNotFit) {
     int calls = 0;
     EXPECT_EQ(OV_AgentAcsNameSendEntries(&conf_, &entries_, RefuseSecond, &calls), -5);
     EXPECT_EQ(calls, 2);
-
-    struct Case {
-        const char *what;
-        void (*spoil)(AgentAcsNameConf *, AgentAcsNameEntries *);
-    };
-    const Case cases[] = {
-        {"more addresses than a list holds",
-         [](AgentAcsNameConf *c, AgentAcsNameEntries *) { c->addrNum = 4097; }},
-        {"more domains than a list holds",
-         [](AgentAcsNameConf *c, AgentAcsNameEntries *) { c->domainNum = 4097; }},
-        {"another number of requests",
-         [](AgentAcsNameConf *c, AgentAcsNameEntries *) { c->domainRequests = 2; }},
-        {"no address array",
-         [](AgentAcsNameConf *, AgentAcsNameEntries *e) { e->addrs = nullptr; }},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.what);
+    // The agent would refuse such a series halfway: none of it goes.
+    for (uint32_t domainNum : {2u, 4097u}) {
         AgentAcsNameConf conf = conf_;
-        AgentAcsNameEntries entries = entries_;
-        c.spoil(&conf, &entries);
+        conf.domainNum = domainNum;
+        conf.domainRequests = 2;
         calls = 0;
-        EXPECT_EQ(OV_AgentAcsNameSendEntries(&conf, &entries, RefuseSecond, &calls), -22);
+        EXPECT_EQ(OV_AgentAcsNameSendEntries(&conf, &entries_, RefuseSecond, &calls), -22);
         EXPECT_EQ(calls, 0);
     }
 }

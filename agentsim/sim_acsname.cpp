@@ -88,9 +88,10 @@ int32_t Take(SimAcsNamePending &p, uint16_t function, std::span<const uint8_t> p
         payload.size() != sizeof head + head.count * shape.itemSize) {
         return -OV_EINVAL;
     }
-    // The last entry comes with the last announced request, not before or after.
+    // The last entry comes with the last announced request, neither before
+    // nor after it.
     const bool lastEntry = done + head.count == shape.num;
-    if (requests >= shape.requests || lastEntry != (requests + 1 == shape.requests)) {
+    if (lastEntry != (requests + 1 == shape.requests)) {
         return -OV_EINVAL;
     }
     const uint8_t *items = payload.data() + sizeof head;
