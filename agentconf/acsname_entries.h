@@ -73,8 +73,9 @@ using OV_AcsEntrySendFunc = int32_t (*)(uint16_t function, const void *payload, 
 /// Builds the entry requests of a converted access name (conf and the
 /// entries the converter handed over) in the order they go, and hands each to
 /// send. Returns 0 when send took them all (at once when there are none), the
-/// first negative result of send (nothing more is built), -22 when the counts
-/// exceed 4096 or an array is missing, or -12 when no buffer could be had.
+/// first negative result of send (nothing more is built), -22 when a count
+/// exceeds 4096, an array is missing or the numbers at 88 and 96 are not the
+/// ones the counts take, or -12 when no buffer could be had.
 int32_t OV_AgentAcsNameSendEntries(const AgentAcsNameConf *conf, const AgentAcsNameEntries *entries,
                                    OV_AcsEntrySendFunc send, void *ctx);
 
