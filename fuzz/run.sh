@@ -26,7 +26,7 @@ while [ $# -gt 0 ]; do
 done
 if [ ${#targets[@]} -eq 0 ]; then
   targets=(rule ratelimit conn linkip link globalarg shaper acsname acsname_entries kvargs get_print
-           reply)
+           reply line_reader)
 fi
 
 work="$build/fuzz-work"

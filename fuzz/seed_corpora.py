@@ -189,10 +189,25 @@ def channel_seeds():
     write("reply", bytes([3]) + bytes(range(64)))  # garbage
 
 
+def line_seeds():
+    # Configuration files; the first byte is the read size (0: all at once),
+    # the second the line limit less one.
+    files = [
+        b"# site\n\nset_ratelimit/{\"RateLimitId\": 1}\ndel_link/linkid=1 netid=2\n",
+        b"set_shaper_conf/{\"shaperId\": 1, \\\r\n  \"wanKbps\": 10}\r\nget_shaper_tbl",
+        b"\xef\xbb\xbf  # c \\\n\t\\\n \nx\\",
+        b"a\x00b\n" + b"z" * 300 + b"\\\nq\n#" + b"c" * 300,
+    ]
+    for data in files:
+        for step, limit in ((0, 255), (1, 40), (7, 9)):
+            write("line_reader", bytes([step, limit]) + data)
+
+
 def main():
     json_seeds()
     kv_seeds()
     channel_seeds()
+    line_seeds()
     for folder in sorted(CORPUS.iterdir()):
         print(f"{folder.name}: {sum(1 for _ in folder.iterdir())} seeds")
 
