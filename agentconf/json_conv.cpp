@@ -84,9 +84,13 @@ int32_t ArrayLength(OV_ConfSite site, json_object *arr, CountT *count, size_t ca
 } // namespace
 
 int32_t OV_AgentConfLogRegister() {
-    int32_t rc = OV_LogModuleRegister(OV_LOG_MODULE_AGENTCONF, "AGENTCONF", OV_LOG_TRACE, 0, 0);
+    return OV_AgentConfLogRegisterWith(OV_LOG_TRACE, OV_LogModuleStdOutput);
+}
+
+int32_t OV_AgentConfLogRegisterWith(uint32_t level, OV_LogOutputFunc output) {
+    int32_t rc = OV_LogModuleRegister(OV_LOG_MODULE_AGENTCONF, "AGENTCONF", level, 0, 0);
     if (rc == 0) {
-        OV_LogModuleSetOutput(OV_LOG_MODULE_AGENTCONF, OV_LogModuleStdOutput, LevelPrefix);
+        OV_LogModuleSetOutput(OV_LOG_MODULE_AGENTCONF, output, LevelPrefix);
     }
     return rc;
 }

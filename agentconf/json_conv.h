@@ -29,6 +29,9 @@ constexpr uint32_t OV_LOG_MODULE_AGENTCONF = 62;
 /// Registers the converters' log module with its output and level prefix.
 /// Returns 0 or the registration's negative code.
 int32_t OV_AgentConfLogRegister();
+/// The same at another level and with another output (pdctl collects the
+/// converters' errors and warnings itself); the level prefix stays.
+int32_t OV_AgentConfLogRegisterWith(uint32_t level, OV_LogOutputFunc output);
 void OV_AgentConfLogUnregister();
 
 /// Where a message comes from: the converter's function name and line.

@@ -146,6 +146,7 @@ size_t FormatStamp(char *buf, size_t size) {
 // Standard output is flushed after every line unless the program asked for
 // its own buffering (pdtool, a one-shot program, flushes once at exit).
 bool g_flushEachLine = true;
+OV_LogLineSink g_lineSink = nullptr;
 
 struct LogFileSlot {
     FILE *stream;
@@ -229,6 +230,10 @@ int WriteLine(int32_t index, const char *line, size_t len) {
         size_t n = WriteToSlot(s, line, len);
         OV_CritSecLeave(&s.lock);
         return static_cast<int>(n);
+    }
+    if (g_lineSink != nullptr) {
+        g_lineSink(line, len);
+        return static_cast<int>(len);
     }
     // One fwrite per line keeps lines of concurrent threads whole.
     size_t n = std::fwrite(line, 1, len, stdout);
@@ -366,6 +371,10 @@ int OV_LogV(const char *fmt, va_list ap) {
     std::memcpy(line.get(), buf, stampLen);
     std::vsnprintf(line.get() + stampLen, static_cast<size_t>(n) + 1, fmt, ap);
     return WriteLine(g_defaultIndex, line.get(), len);
+}
+
+void OV_LogSetLineSink(OV_LogLineSink sink) {
+    g_lineSink = sink;
 }
 
 void OV_LogSetFlushEachLine(bool on) {

@@ -8,6 +8,7 @@
 #include "base/platform.h"
 
 #include <cstdarg>
+#include <cstddef>
 #include <cstdint>
 
 #if defined(__MINGW32__)
@@ -27,6 +28,12 @@ int OV_LogV(const char *fmt, va_list ap);
 
 /// Replaces the clock of the time stamp (tests); nullptr restores the real one.
 void OV_LogSetTimeSource(void (*source)(OV_LocalTime *out));
+
+/// Takes, in place of standard output, every finished line (time stamp
+/// included, len bytes, no NUL counted) that would go there: another front
+/// end routes the log elsewhere or drops it. nullptr restores standard output.
+using OV_LogLineSink = void (*)(const char *line, size_t len);
+void OV_LogSetLineSink(OV_LogLineSink sink);
 
 /// Whether a line written to standard output is flushed at once (the default).
 /// A one-shot program that flushes before it exits may turn this off and save

@@ -86,8 +86,7 @@ int32_t CmdShaperGet(const char *arg, char *out, uint32_t outLen, uint16_t /*id*
     AgentShaperConf conf;
     std::memset(&conf, 0, sizeof conf);
     conf.shaperId = shaperId;
-    int32_t ret =
-        OV_ImcConfGet(kModuleShaper, kFuncShaperGet, &conf, sizeof conf, &conf, sizeof conf);
+    int32_t ret = CmdConfGet(kModuleShaper, kFuncShaperGet, &conf, sizeof conf, &conf, sizeof conf);
     if (ret < 0) {
         return ret;
     }
@@ -156,13 +155,13 @@ int32_t CmdShaperTblPrint(const void *reply, uint64_t replyLen, void *ctx) {
 }
 
 int32_t CmdShaperTblGet(const char * /*arg*/, char *out, uint32_t /*outLen*/, uint16_t /*id*/) {
-    return OV_ImcConfGetByFunc(kModuleShaper, kFuncShaperTbl, nullptr, 0, CmdShaperTblPrint, out);
+    return CmdConfGetByFunc(kModuleShaper, kFuncShaperTbl, nullptr, 0, CmdShaperTblPrint, out);
 }
 
 int32_t CmdSaClusterGet(const char * /*arg*/, char *out, uint32_t outLen, uint16_t /*id*/) {
     AgentSaClusterInfo reply;
     std::memset(&reply, 0, sizeof reply);
-    int32_t ret = OV_ImcConfGet(kModuleShaper, kFuncSaCluster, nullptr, 0, &reply, sizeof reply);
+    int32_t ret = CmdConfGet(kModuleShaper, kFuncSaCluster, nullptr, 0, &reply, sizeof reply);
 
     // The text is built whatever the result; a failure prints only its line.
     static constexpr const char *kRoles[] = {"disable", "master", "slave"};

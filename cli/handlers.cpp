@@ -81,11 +81,11 @@ int32_t ConvertAndSend(const char *arg, int32_t (*convert)(Conf *, const char *)
         PrintOut("%s", failLine);
         return ret;
     }
-    return OV_ImcConfSet(module, func, &conf, sizeof conf);
+    return CmdConfSet(module, func, &conf, sizeof conf);
 }
 
 int32_t SendAcsNameEntries(uint16_t function, const void *payload, uint32_t len, void * /*ctx*/) {
-    return OV_ImcConfSet(kModuleAcsName, function, payload, len);
+    return CmdConfSet(kModuleAcsName, function, payload, len);
 }
 
 } // namespace
@@ -110,9 +110,9 @@ int32_t CmdLinkIpSet(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint1
     // set_pop_ip with type 1 configures the CPE side (intended).
     switch (conf.type) {
     case 1:
-        return OV_ImcConfSet(kModuleConn, kFuncCpeIpSet, &conf, sizeof conf);
+        return CmdConfSet(kModuleConn, kFuncCpeIpSet, &conf, sizeof conf);
     case 2:
-        return OV_ImcConfSet(kModuleConn, kFuncPopIpSet, &conf, sizeof conf);
+        return CmdConfSet(kModuleConn, kFuncPopIpSet, &conf, sizeof conf);
     default:
         return ret; // nothing to send for other types
     }
@@ -157,7 +157,7 @@ int32_t CmdAcsNameSet(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint
     if (ret >= 0) {
         // The entries follow a record the agent has accepted; the first
         // refusal or transport failure ends the command with its code.
-        ret = OV_ImcConfSet(kModuleAcsName, kFuncAcsNameSet, &conf, sizeof conf);
+        ret = CmdConfSet(kModuleAcsName, kFuncAcsNameSet, &conf, sizeof conf);
         if (ret >= 0) {
             ret = OV_AgentAcsNameSendEntries(&conf, &entries, SendAcsNameEntries, nullptr);
         }
@@ -185,7 +185,7 @@ int32_t CmdRuleDel(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint16_
     std::memset(&conf, 0, sizeof conf);
     conf.base.zone = static_cast<uint8_t>(zone);
     conf.base.id = ruleId;
-    return OV_ImcConfSet(kModuleRule, id, &conf, sizeof conf);
+    return CmdConfSet(kModuleRule, id, &conf, sizeof conf);
 }
 
 int32_t CmdLinkIpDel(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint16_t id) {
@@ -208,7 +208,7 @@ int32_t CmdLinkIpDel(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint1
     conf.siteIpId = static_cast<uint8_t>(wanId); // byte 1
     conf.siteId = clientId;                      // u32 at 8
     conf.vpnId = vpnId;                          // u32 at 12
-    return OV_ImcConfSet(kModuleConn, id, &conf, sizeof conf);
+    return CmdConfSet(kModuleConn, id, &conf, sizeof conf);
 }
 
 int32_t CmdLinkDel(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint16_t /*id*/) {
@@ -228,7 +228,7 @@ int32_t CmdLinkDel(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint16_
     std::memset(&conf, 0, sizeof conf);
     conf.netId = netId & 0xFF;
     conf.linkIdWord = linkId & LINK_ID_MASK;
-    return OV_ImcConfSet(kModuleConn, kFuncLinkDel, &conf, sizeof conf);
+    return CmdConfSet(kModuleConn, kFuncLinkDel, &conf, sizeof conf);
 }
 
 int32_t CmdConnDel(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint16_t /*id*/) {
@@ -250,7 +250,7 @@ int32_t CmdConnDel(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint16_
                          ((vni & OV_CONN_VNI_MASK) << OV_CONN_VNI_SHIFT) |
                          ((label & OV_CONN_LABEL_MASK) << OV_CONN_LABEL_SHIFT);
     conf.timeStamp = -1; // all ones marks a delete
-    return OV_ImcConfSet(kModuleConn, kFuncTunnelDel, &conf, sizeof conf);
+    return CmdConfSet(kModuleConn, kFuncTunnelDel, &conf, sizeof conf);
 }
 
 int32_t CmdShaperDel(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint16_t /*id*/) {
@@ -264,7 +264,7 @@ int32_t CmdShaperDel(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint1
     AgentShaperConf conf;
     std::memset(&conf, 0, sizeof conf);
     conf.shaperId = shaperId;
-    return OV_ImcConfSet(kModuleShaper, kFuncShaperDel, &conf, sizeof conf);
+    return CmdConfSet(kModuleShaper, kFuncShaperDel, &conf, sizeof conf);
 }
 
 bool ShaperIdArg(const char *arg, uint8_t *id) {
@@ -293,7 +293,7 @@ int32_t CmdRatelimitDel(const char *arg, char * /*out*/, uint32_t /*outLen*/, ui
     std::memset(&conf, 0, sizeof conf);
     const KvScanTarget targets[] = {{&conf.rateLimitId, nullptr, 0}};
     KvScan(arg, "id=%u", targets, 1);
-    return OV_ImcConfSet(kModuleRatelimit, kFuncRatelimitDel, &conf, sizeof conf);
+    return CmdConfSet(kModuleRatelimit, kFuncRatelimitDel, &conf, sizeof conf);
 }
 
 int32_t CmdAcsNameDel(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint16_t /*id*/) {
@@ -308,7 +308,7 @@ int32_t CmdAcsNameDel(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint
     std::memset(&conf, 0, sizeof conf);
     const KvScanTarget targets[] = {{nullptr, conf.name, sizeof conf.name}};
     KvScan(arg, "name=%s", targets, 1);
-    return OV_ImcConfSet(kModuleAcsName, kFuncAcsNameDel, &conf, sizeof conf);
+    return CmdConfSet(kModuleAcsName, kFuncAcsNameDel, &conf, sizeof conf);
 }
 
 int32_t CmdEngineParamSet(const char *arg, char * /*out*/, uint32_t /*outLen*/, uint16_t id) {
@@ -328,5 +328,5 @@ int32_t CmdEngineParamSet(const char *arg, char * /*out*/, uint32_t /*outLen*/, 
     conf.paramCode = static_cast<uint8_t>(id & 0xFF);
     const KvScanTarget targets[] = {{&conf.value, nullptr, 0}};
     KvScan(arg, "value=%u", targets, 1);
-    return OV_ImcConfSet(kModuleEngine, kFuncEngine, &conf, sizeof conf);
+    return CmdConfSet(kModuleEngine, kFuncEngine, &conf, sizeof conf);
 }

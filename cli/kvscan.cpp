@@ -20,9 +20,9 @@ const char *SkipSpace(const char *p) {
     return p;
 }
 
-} // namespace
+KvScanObserver g_observer = nullptr;
 
-int KvScan(const char *text, const char *fmt, const KvScanTarget *targets, size_t targetCount) {
+int Scan(const char *text, const char *fmt, const KvScanTarget *targets, size_t targetCount) {
     const char *p = text;
     size_t next = 0;
     int stored = 0;
@@ -90,6 +90,20 @@ int KvScan(const char *text, const char *fmt, const KvScanTarget *targets, size_
         ++fmt;
     }
     return stored;
+}
+
+} // namespace
+
+int KvScan(const char *text, const char *fmt, const KvScanTarget *targets, size_t targetCount) {
+    int stored = Scan(text, fmt, targets, targetCount);
+    if (g_observer != nullptr) {
+        g_observer(fmt, stored, targetCount);
+    }
+    return stored;
+}
+
+void KvScanSetObserver(KvScanObserver observer) {
+    g_observer = observer;
 }
 
 bool KvNumberAfter(const char *text, const char *key, int32_t *out) {

@@ -24,6 +24,12 @@ struct KvScanTarget {
 /// values not reached are left as they are. Returns the number of values stored.
 int KvScan(const char *text, const char *fmt, const KvScanTarget *targets, size_t targetCount);
 
+/// Told of every finished scan: its format, the values stored and the values
+/// it had room for. A front end that checks arguments (pdctl) learns so which
+/// values a command sends as 0; nullptr (the default) tells no one.
+using KvScanObserver = void (*)(const char *fmt, int stored, size_t targetCount);
+void KvScanSetObserver(KvScanObserver observer);
+
 /// The decimal number after the first occurrence of key in text, read the
 /// way atoi reads (leading white space, an optional sign, digits up to the
 /// first other character; none give 0), limited to the 32-bit range.

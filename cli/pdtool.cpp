@@ -63,41 +63,79 @@ constexpr std::array<CmdEntry, CMD_TABLE_ROWS> g_cmdTable =
     BuildTable(std::make_index_sequence<CMD_TABLE_ROWS>{});
 static_assert(CMD_TABLE_ROWS == OV_COMMAND_COUNT);
 
+namespace {
+
+CmdPrintSink g_printSink = nullptr;
+const CmdRequestSink *g_requestSink = &kCmdClientSink;
+
+} // namespace
+
+const CmdRequestSink kCmdClientSink = {OV_ImcConfSet, OV_ImcConfGet, OV_ImcConfGetByFunc};
+
 int PrintOut(const char *fmt, ...) {
     va_list ap;
     va_start(ap, fmt);
-    int n = std::vprintf(fmt, ap);
+    int n = g_printSink != nullptr ? g_printSink(fmt, ap) : std::vprintf(fmt, ap);
     va_end(ap);
     return n;
 }
 
-int32_t CmdDispatch(const char *word) {
-    char out[CMD_OUT_BUF_LEN];
-    std::memset(out, 0, sizeof out);
+void CmdSetPrintSink(CmdPrintSink sink) {
+    g_printSink = sink;
+}
 
-    const CmdEntry *row = nullptr;
+void CmdSetRequestSink(const CmdRequestSink *sink) {
+    g_requestSink = sink != nullptr ? sink : &kCmdClientSink;
+}
+
+int32_t CmdConfSet(uint8_t module, uint16_t func, const void *data, uint32_t len) {
+    return g_requestSink->set(module, func, data, len);
+}
+
+int32_t CmdConfGet(uint8_t module, uint16_t func, const void *req, uint32_t reqLen, void *reply,
+                   uint32_t replySize) {
+    return g_requestSink->get(module, func, req, reqLen, reply, replySize);
+}
+
+int32_t CmdConfGetByFunc(uint8_t module, uint8_t func, const void *req, uint32_t reqLen,
+                         ImcReplyFunc handler, void *ctx) {
+    return g_requestSink->getByFunc(module, func, req, reqLen, handler, ctx);
+}
+
+const CmdEntry *CmdFindRow(const char *word) {
     for (const CmdEntry &entry : g_cmdTable) {
         // A prefix match, case-sensitive: the word only has to begin with the name.
         if (std::strncmp(word, entry.name, std::strlen(entry.name)) == 0) {
-            row = &entry;
-            break;
+            return &entry;
         }
     }
+    return nullptr;
+}
+
+int32_t CmdRunRow(const CmdEntry *row, const char *word, char *out) {
+    std::memset(out, 0, CMD_OUT_BUF_LEN);
+    const char *slash = std::strchr(word, '/');
+    const char *arg = slash != nullptr ? slash + 1 : nullptr;
+    int32_t ret = row->handler(arg, out, CMD_OUT_BUF_LEN, row->id);
+    out[CMD_OUT_BUF_LEN - 1] = '\0'; // whatever a handler left, a bounded text
+    return ret;
+}
+
+const char *CmdErrorText(int32_t ret) {
+    // An agent's status arrives unchanged, and INT32_MIN has no positive counterpart.
+    return OV_StrError(ret == INT32_MIN ? INT32_MAX : -ret);
+}
+
+int32_t CmdDispatch(const char *word) {
+    const CmdEntry *row = CmdFindRow(word);
     if (row == nullptr) {
         PrintOut("invalid command %s, please refer to help", word);
         return 0;
     }
-
-    const char *slash = std::strchr(word, '/');
-    const char *arg = slash != nullptr ? slash + 1 : nullptr;
-    int32_t ret = row->handler(arg, out, CMD_OUT_BUF_LEN, row->id);
-    out[CMD_OUT_BUF_LEN - 1] = '\0'; // whatever a handler left, print a bounded text
-
+    char out[CMD_OUT_BUF_LEN];
+    int32_t ret = CmdRunRow(row, word, out);
     if (ret < 0) {
-        // An agent's status arrives here unchanged, and INT32_MIN has no
-        // positive counterpart: it is looked up as an unknown number.
-        PrintOut("Operation failed ret = %d (%s)", ret,
-                 OV_StrError(ret == INT32_MIN ? INT32_MAX : -ret));
+        PrintOut("Operation failed ret = %d (%s)", ret, CmdErrorText(ret));
     } else {
         PrintOut("Operation success\n");
         if (out[0] != '\0') {
@@ -107,11 +145,9 @@ int32_t CmdDispatch(const char *word) {
     return ret;
 }
 
-namespace {
-
 // OV_PIPE_NAME picks another pipe than "imc_config_pipe" (an agent started
 // under another name, or a test's private agent). Only plain names are taken.
-void ApplyPipeNameOverride() {
+void CmdApplyPipeNameOverride(const char *program) {
     const char *name = std::getenv("OV_PIPE_NAME");
     if (name == nullptr || *name == '\0') {
         return;
@@ -125,7 +161,8 @@ void ApplyPipeNameOverride() {
                 c == '_' || c == '-' || c == '.';
     }
     if (!plain) {
-        std::fprintf(stderr, "pdtool: OV_PIPE_NAME is not a plain pipe name; using the default\n");
+        std::fprintf(stderr, "%s: OV_PIPE_NAME is not a plain pipe name; using the default\n",
+                     program);
         return;
     }
     wchar_t full[kMaxName + 16] = L"\\\\.\\pipe\\";
@@ -136,8 +173,6 @@ void ApplyPipeNameOverride() {
     full[prefix + len] = L'\0';
     OV_ImcConfClientSetPipeName(full);
 }
-
-} // namespace
 
 int PdtoolMain(int argc, char **argv) {
     OV_SetStdoutBinary();
@@ -157,7 +192,7 @@ int PdtoolMain(int argc, char **argv) {
         status = rc;
     } else {
         socketsUp = true;
-        ApplyPipeNameOverride();
+        CmdApplyPipeNameOverride("pdtool");
         if (rc = OV_ImcConfClientInit(); rc < 0) {
             PrintOut("Imc configure client init failed %d %s\n", rc, OV_StrError(-rc));
             status = rc;

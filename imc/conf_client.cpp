@@ -139,6 +139,10 @@ void OV_ImcConfClientExit() {
     }
 }
 
+bool OV_ImcConfClientConnected() {
+    return g_handle != OV_INVALID_PIPE_HANDLE;
+}
+
 void OV_ImcConfClientSetPipeName(const wchar_t *name) {
     if (name == nullptr) {
         g_pipeName = OV_IMC_CONF_PIPE_NAME;

@@ -34,6 +34,11 @@ int32_t OV_ImcConfClientInit();
 /// the mutex, in that order. Safe to call more than once.
 void OV_ImcConfClientExit();
 
+/// Whether the client holds a connection. A failed exchange closes it (the
+/// next one connects again), an error status from the agent does not: after
+/// a failure this tells the channel's failures from the agent's answers.
+bool OV_ImcConfClientConnected();
+
 /// Replaces the pipe name used by the next connect (tests, operators);
 /// nullptr restores "\\.\pipe\imc_config_pipe". Call before OV_ImcConfClientInit.
 /// A name of 256 characters or more is refused (logged) and the current one kept.

@@ -1,0 +1,110 @@
+// Tests of running lines through pdtool's table with the requests taken:
+// the record, module and function pdtool sends, and the lines it prints.
+#include "pdctl/runner.h"
+
+#include "agentconf/json_conv.h"
+#include "base/mem.h"
+#include "tests/support/capture.h"
+#include "tests/support/record_bytes.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace pdctl {
+namespace {
+
+// The converters' log module as pdctl registers it; nothing reaches standard output.
+class RunnerTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        ovtest::StdoutCapture quiet;
+        AgentMemModuleRegister();
+        OV_AgentConfLogRegisterWith(OV_LOG_WARNING, ConverterLogOutput);
+    }
+    void TearDown() override {
+        ovtest::StdoutCapture quiet;
+        OV_AgentConfLogUnregister();
+        AgentMemModuleUnregister();
+    }
+
+    Outcome Run(const std::string &word) {
+        Runner runner(RequestMode::Capture);
+        Outcome out;
+        ovtest::StdoutCapture stdoutMustStayEmpty;
+        runner.Run(word, &out);
+        EXPECT_EQ(stdoutMustStayEmpty.Take(), "");
+        return out;
+    }
+};
+
+TEST_F(RunnerTest, TakesTheRecordPdtoolSends) {
+    Outcome o = Run("del_link/linkid=16777217 netid=257");
+    ASSERT_TRUE(o.Ok());
+    EXPECT_STREQ(o.row->name, "del_link");
+    EXPECT_TRUE(o.sent);
+    EXPECT_EQ(o.module, 3);
+    EXPECT_EQ(o.function, 14);
+    EXPECT_EQ(o.record, ovtest::RecordBytes<44>().Put<uint32_t>(0, 1).Put<uint32_t>(4, 1).bytes);
+    EXPECT_EQ(o.messages, "");
+}
+
+TEST_F(RunnerTest, KeepsWhatPdtoolPrintsBesidesItsOutcome) {
+    struct Case {
+        const char *word;
+        int32_t result;
+        const char *messages; ///< a prefix of the messages
+    };
+    const Case cases[] = {
+        {"del_link/linkid=1", -22, "Missing expected args linkid or netid\n"},
+        {"set_ratelimit", -22, "Invalid arg(null)\n"},
+        {"bogus/x", -22, "invalid command bogus/x, please refer to help\n"},
+        {"set_ratelimit/{", -22, "<Error:AGENTCONF>[OV_AgentRatelimitJsonStrToConf:"},
+        {"set_ratelimit/{\"RateLimitId\": 4294967295}", -132, "<Error:AGENTCONF>"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.word);
+        Outcome o = Run(c.word);
+        EXPECT_EQ(o.result, c.result);
+        EXPECT_FALSE(o.sent);
+        EXPECT_EQ(o.messages.rfind(c.messages, 0), 0u) << o.messages;
+        EXPECT_EQ(o.messages.back(), '\n');
+    }
+    // The converter's lines come first, the handler's refusal last.
+    Outcome o = Run("set_ratelimit/{");
+    EXPECT_NE(o.messages.find("invalid ratelimit string, not json\n"), std::string::npos);
+    EXPECT_TRUE(o.messages.ends_with("\nConvert ratelimit json str to conf failed\n"))
+        << o.messages;
+}
+
+TEST_F(RunnerTest, ATakenGetSucceedsWithoutAReply) {
+    Outcome o = Run("get_shaper_conf/shaperId=7");
+    EXPECT_TRUE(o.Ok());
+    EXPECT_EQ(o.module, 15);
+    EXPECT_EQ(o.function, 3);
+    EXPECT_EQ(o.record, ovtest::RecordBytes<224>().Put<uint8_t>(0, 7).bytes);
+    o = Run("get_shaper_tbl");
+    EXPECT_TRUE(o.Ok());
+    EXPECT_EQ(o.function, 4);
+    EXPECT_TRUE(o.record.empty());
+    EXPECT_EQ(o.reply, "");
+}
+
+TEST_F(RunnerTest, ReportsTheKeyValueScan) {
+    Outcome o = Run("set_engine_srtt/wanid=1 value=5");
+    EXPECT_TRUE(o.Ok());
+    EXPECT_STREQ(o.scanFormat, "value=%u");
+    EXPECT_EQ(o.scanStored, 0);
+    EXPECT_EQ(o.scanSlots, 1u);
+    o = Run("set_ratelimit/{\"RateLimitId\": 1}");
+    EXPECT_EQ(o.scanFormat, nullptr);
+}
+
+TEST(WordName, IsTheTextBeforeTheFirstSlash) {
+    EXPECT_EQ(WordName("set_x/{\"a/b\": 1}"), "set_x");
+    EXPECT_EQ(WordName("get_shaper_tbl"), "get_shaper_tbl");
+    EXPECT_EQ(WordName("/x"), "");
+}
+
+} // namespace
+} // namespace pdctl
