@@ -129,6 +129,7 @@ void Runner::Run(std::string_view word, Outcome *out) {
     out->function = 0;
     out->record.clear();
     out->messages.clear();
+    out->converterWarnings.clear();
     out->reply.clear();
     out->scanFormat = nullptr;
     out->scanStored = 0;
@@ -162,9 +163,14 @@ void ConverterLogOutput(uint32_t level, const char *fmt, ...) {
     if (level >= OV_LOG_WARNING && g_outcome != nullptr) {
         va_list copy;
         va_copy(copy, ap);
-        AppendFormatted(&g_outcome->messages, fmt, copy);
+        std::string *to = &g_outcome->messages;
+        size_t at = to->size();
+        AppendFormatted(to, fmt, copy);
         va_end(copy);
-        EndMessage(&g_outcome->messages);
+        EndMessage(to);
+        if (level == OV_LOG_WARNING) {
+            g_outcome->converterWarnings.append(*to, at, std::string::npos);
+        }
     }
     if (g_verbose) {
         OV_LogV(fmt, ap);

@@ -34,6 +34,9 @@ struct Outcome {
     /// and warning lines without their time stamps, in order, each ending in
     /// "\n".
     std::string messages;
+    /// The converters' warning lines among them: the record was made, but
+    /// maybe not as written (an array whose length differs from its count).
+    std::string converterWarnings;
     std::string reply; ///< Send: the text a get leaves, as pdtool prints it
     /// The last key=value scan of the line (nullptr when none ran): its
     /// format, the values it stored and those it had room for.

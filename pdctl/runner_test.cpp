@@ -1,6 +1,10 @@
-// Tests of running lines through pdtool's table with the requests taken:
-// the record, module and function pdtool sends, and the lines it prints.
+// Tests of running lines through pdtool's table with the requests taken
+// (the record, module and function pdtool sends, and the lines it prints),
+// and of the warnings check gives for them.
 #include "pdctl/runner.h"
+
+#include "cli/usage.h"
+#include "pdctl/warnings.h"
 
 #include "agentconf/json_conv.h"
 #include "base/mem.h"
@@ -98,6 +102,49 @@ TEST_F(RunnerTest, ReportsTheKeyValueScan) {
     EXPECT_EQ(o.scanSlots, 1u);
     o = Run("set_ratelimit/{\"RateLimitId\": 1}");
     EXPECT_EQ(o.scanFormat, nullptr);
+}
+
+using LineWarningsTest = RunnerTest;
+
+TEST_F(LineWarningsTest, NameWhatALineWillNotDo) {
+    std::string shaper = kUsageShaperSample;
+    shaper.replace(shaper.find("\"num\": 1"), 8, "\"num\": 3");
+    const std::string runsAsDns = "runs as set_dns, which comes before set_dns_proxy in the "
+                                  "command table";
+    struct Case {
+        std::string word;
+        std::vector<std::string> warnings;
+    };
+    const Case cases[] = {
+        {std::string("set_dns/") + kUsageRuleSample, {}},
+        {"del_link/linkid=1 netid=2", {}},
+        {std::string("set_dns_proxy/") + kUsageRuleSample, {runsAsDns}},
+        {"set_dns_proxy/{}", {runsAsDns}}, // refused, and still run as set_dns
+        {"del_dns_proxyX/zone=1 id=2",
+         {"runs as del_dns, which comes before del_dns_proxy in the command table"}},
+        {"del_ratelimit_all/id=1",
+         {"runs as del_ratelimit, the command name the word starts with"}},
+        {R"(set_cpe_ip/{"Type": 0, "SiteIpId": 1, "SiteId": 1})",
+         {"nothing is sent: only a link-IP record of Type 1 or 2 is"}},
+        {"del_link/netid=2 linkid=1",
+         {"only 0 of 2 values read as \"linkid=%u netid=%u\": the rest are sent as 0"}},
+        {"del_policy/zone=3 clientid=2",
+         {"only 1 of 2 values read as \"zone=%u id=%u\": the rest are sent as 0"}},
+        {"set_engine_cmd/wanid=1 value=1",
+         {"only 0 of 1 values read as \"value=%u\": the rest are sent as 0"}},
+        {"del_acsname/name=" + std::string(64, 'n'),
+         {"only 0 of 1 values read as \"name=%s\": the rest are sent as 0"}},
+        {"get_shaper", {"unknown command word: pdtool says \"invalid command\" and sends nothing"}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.word);
+        EXPECT_EQ(LineWarnings(c.word, Run(c.word)), c.warnings);
+    }
+    // A converter's warning: the record is made, but not quite as written.
+    std::vector<std::string> w =
+        LineWarnings("set_shaper_conf/" + shaper, Run("set_shaper_conf/" + shaper));
+    ASSERT_EQ(w.size(), 1u);
+    EXPECT_EQ(w[0].rfind("<Warning:AGENTCONF>[_OV_AgentShaperJsonToConf:", 0), 0u) << w[0];
 }
 
 TEST(WordName, IsTheTextBeforeTheFirstSlash) {

@@ -7,6 +7,7 @@
 #include "base/mem.h"
 #include "cli/cmd.h"
 #include "cli/usage.h"
+#include "tests/e2e/command_samples.h"
 #include "tests/e2e/e2e_support.h"
 #include "tests/support/capture.h"
 
@@ -150,14 +151,9 @@ TEST_F(Pdtool, UnknownWordsAreReportedWithExitStatusZero) {
 
 TEST_F(Pdtool, RuleCommandsCarryTableAndOperationInTheFunctionId) {
     const std::string rule = Converted(OV_AgentRuleJsonStrToConf, kUsageRuleSample);
-    struct Case {
-        const char *word;
-        int function;
-    };
-    // set_dns_proxy and del_dns_proxy are taken by the set_dns/del_dns rows (kept).
-    const Case sets[] = {{"set_policy", 0x000}, {"set_snat", 0x100},      {"set_dnat", 0x200},
-                         {"set_dns", 0x300},    {"set_dns_proxy", 0x300}, {"set_policyX", 0x000}};
-    for (const Case &c : sets) {
+    std::vector<RuleRow> sets(std::begin(kRuleSetRows), std::end(kRuleSetRows));
+    sets.push_back({"set_policyX", 0x000});
+    for (const RuleRow &c : sets) {
         SCOPED_TRACE(c.word);
         PdtoolRun r = AgentTest::Pdtool(Cmd(c.word, kUsageRuleSample).c_str());
         EXPECT_EQ(r.printed, kSuccess) << r.out;
@@ -166,14 +162,9 @@ TEST_F(Pdtool, RuleCommandsCarryTableAndOperationInTheFunctionId) {
         EXPECT_EQ(q.function, c.function);
         EXPECT_EQ(q.payloadHex, rule);
     }
-    const Case dels[] = {{"del_policy", 0x002},
-                         {"del_snat", 0x102},
-                         {"del_dnat", 0x202},
-                         {"del_dns", 0x302},
-                         {"del_dns_proxy", 0x302}};
-    for (const Case &c : dels) {
+    for (const RuleRow &c : kRuleDelRows) {
         SCOPED_TRACE(c.word);
-        PdtoolRun r = AgentTest::Pdtool(Cmd(c.word, "zone=1 id=7").c_str());
+        PdtoolRun r = AgentTest::Pdtool(Cmd(c.word, kRuleDelArg).c_str());
         EXPECT_EQ(r.printed, kAbsent) << r.out;
         Request q = Journal().back();
         EXPECT_EQ(q.module, 4);
@@ -248,8 +239,7 @@ TEST_F(Pdtool, LinkSetAndDelete) {
 }
 
 TEST_F(Pdtool, TunnelSetWithVpnIdAndDelete) {
-    std::string tunnel = kUsageTunnelSample;
-    tunnel.insert(1, "\"VpnId\": 9, ");
+    std::string tunnel = TunnelSampleWithVpnId();
     Request q = SendOk(Cmd("set_tunnel", tunnel));
     EXPECT_EQ(q.module, 3);
     EXPECT_EQ(q.function, 18);
@@ -269,31 +259,9 @@ TEST_F(Pdtool, ConnectionCommandSample) {
 }
 
 TEST_F(Pdtool, EngineParametersGoToWanZeroWithTheRowsCode) {
-    struct Row {
-        const char *word;
-        uint8_t code;
-    };
-    const Row rows[] = {{"set_engine_pcapEnable", 10},
-                        {"set_engine_wanKbps", 1},
-                        {"set_engine_wanBurstBytes", 2},
-                        {"set_engine_tcpAccEnable", 3},
-                        {"set_engine_subnetAccEnable", 5},
-                        {"set_engine_shaperEnable", 6},
-                        {"set_engine_hostFairTcpAccSessNum", 9},
-                        {"set_engine_hostFairEnable", 11},
-                        {"set_engine_wanInKbps", 12},
-                        {"set_engine_wanInBurstBytes", 13},
-                        {"set_engine_hostFairUdpSessNum", 14},
-                        {"set_engine_cmd", 15},
-                        {"set_engine_hostFairTcpActSessNum", 16},
-                        {"set_engine_trackRandomLoss", 17},
-                        {"set_engine_maxTxEnable", 18},
-                        {"set_engine_conservMode", 19},
-                        {"set_engine_engSysEnable", 20},
-                        {"set_engine_srtt", 21}};
-    for (const Row &row : rows) {
+    for (const EngineRow &row : kEngineRows) {
         SCOPED_TRACE(row.word);
-        PdtoolRun r = AgentTest::Pdtool(Cmd(row.word, "value=30 wanid=2").c_str());
+        PdtoolRun r = AgentTest::Pdtool(Cmd(row.word, kEngineArg).c_str());
         EXPECT_EQ(r.printed, kSuccess) << r.out;
         Request q = Journal().back();
         EXPECT_EQ(q.module, 8);
