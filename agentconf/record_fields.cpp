@@ -116,6 +116,7 @@ constexpr OV_RecordField kRatelimit[] = {
 };
 
 using Conn = AgentConnConf;
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a member path, not an expression
 #define IP_SLOT(slot) BYTES(Conn, slot.addr), NUM(Conn, slot.family), BYTES(Conn, slot.reserved)
 constexpr OV_RecordField kConn[] = {
     NUM(Conn, vpnId),
@@ -208,9 +209,11 @@ constexpr OV_RecordField kGlobalArg[] = {
 };
 
 using Shaper = AgentShaperConf;
+// NOLINTBEGIN(bugprone-macro-parentheses): a member path, not an expression
 #define BAND_LIMIT(block)                                                                          \
     NUM(Shaper, block.shaperId), NUM(Shaper, block.sharePriority), NUM(Shaper, block.num),         \
         NUM(Shaper, block.reserved), BYTES(Shaper, block.items)
+// NOLINTEND(bugprone-macro-parentheses)
 constexpr OV_RecordField kShaper[] = {
     NUM(Shaper, shaperId),  FLAGS(Shaper, flags),           NUM(Shaper, sharedNum),
     NUM(Shaper, reserved),  NUM(Shaper, wanKbps),           NUM(Shaper, wanInKbps),

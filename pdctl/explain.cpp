@@ -86,8 +86,11 @@ std::string FieldValue(const OV_RecordField &f, const uint8_t *rec) {
         return std::to_string(LoadUnsigned(p, f.size));
     case OV_FieldType::Signed: {
         uint64_t v = LoadUnsigned(p, f.size);
-        unsigned shift = 64 - 8 * f.size;
-        return std::to_string(static_cast<int64_t>(v << shift) >> shift);
+        if (f.size < 8) { // sign-extend
+            unsigned shift = 64 - 8 * f.size;
+            v = static_cast<uint64_t>(static_cast<int64_t>(v << shift) >> shift);
+        }
+        return std::to_string(static_cast<int64_t>(v));
     }
     case OV_FieldType::Flags: {
         char buf[24];

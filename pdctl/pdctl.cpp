@@ -9,6 +9,7 @@
 #include "ov_version.h"
 #include "pdctl/line_reader.h"
 #include "pdctl/runner.h"
+#include "pdctl/terminal.h"
 
 #include <cstdio>
 #include <cstring>
@@ -102,6 +103,8 @@ void DropLog(const char * /*line*/, size_t /*len*/) {}
 } // namespace
 
 int PdctlMain(int argc, char **argv) {
+    OV_SetStdoutBinary();
+    SetStderrBinary();
     if (argc < 2) {
         return Usage("a command is needed");
     }
@@ -144,7 +147,6 @@ int PdctlMain(int argc, char **argv) {
                      (cmd->run == Explain ? " needs a WORD" : " needs a FILE"));
     }
 
-    OV_SetStdoutBinary();
     // The log (the client's and the converters' lines, time-stamped) is for
     // someone looking into a problem: standard error, and only when asked.
     OV_LogSetLineSink(opt.verbose ? LogToStderr : DropLog);

@@ -127,8 +127,9 @@ void Progress::Update(uint64_t done, uint64_t read) {
     if (!enabled_ || read <= kProgressAfterLines) {
         return;
     }
+    // A run over in a moment shows nothing.
     uint64_t now = OV_GetTickCount64();
-    if (shown_ && now - lastDraw_ < kProgressEveryMs) {
+    if (now - (shown_ ? lastDraw_ : start_) < kProgressEveryMs) {
         return;
     }
     lastDraw_ = now;

@@ -1,4 +1,4 @@
-// Standard error's kind on POSIX systems.
+// Standard error on POSIX systems, where text and binary streams are one.
 #include "pdctl/terminal.h"
 
 #include <unistd.h>
@@ -8,5 +8,7 @@ namespace pdctl {
 bool StderrIsTerminal() {
     return isatty(STDERR_FILENO) == 1;
 }
+
+void SetStderrBinary() {}
 
 } // namespace pdctl
