@@ -255,6 +255,13 @@ constexpr OV_RecordField kEngine[] = {
     BYTES(Engine, reserved2), NUM(Engine, value),       BYTES(Engine, reserved3),
 };
 
+using SaCluster = AgentSaClusterInfo;
+constexpr OV_RecordField kSaCluster[] = {
+    SIGNED(SaCluster, role),    NUM(SaCluster, calQueueLen), NUM(SaCluster, localLanId),
+    NUM(SaCluster, localPort),  NUM(SaCluster, masterPort),  BYTES(SaCluster, reserved1),
+    FLAGS(SaCluster, masterIp), NUM(SaCluster, masterCpeId), BYTES(SaCluster, reserved2),
+};
+
 #undef NUM
 #undef SIGNED
 #undef FLAGS
@@ -265,17 +272,29 @@ constexpr OV_RecordField kEngine[] = {
 #undef ARRAY_OF
 #undef OV_FIELD_OF
 
-constexpr OV_RecordLayout kLayouts[] = {
-    {"rule", sizeof(AgentRuleConf), kRule},
-    {"ratelimit", sizeof(AgentRatelimitConf), kRatelimit},
-    {"conn", sizeof(AgentConnConf), kConn},
-    {"link-ip", sizeof(AgentLinkIpConf), kLinkIp},
-    {"link", sizeof(AgentLinkConf), kLink},
-    {"global-arg", sizeof(AgentGlobalArgConf), kGlobalArg},
-    {"shaper", sizeof(AgentShaperConf), kShaper},
-    {"acsname", sizeof(AgentAcsNameConf), kAcsName},
-    {"engine", sizeof(AgentEngineParamConf), kEngine},
+// Indexed by RecordKind.
+constexpr OV_RecordLayout kLayouts[RECORD_KIND_COUNT] = {
+    {RecordKind::LinkIp, sizeof(AgentLinkIpConf), kLinkIp},
+    {RecordKind::Link, sizeof(AgentLinkConf), kLink},
+    {RecordKind::Conn, sizeof(AgentConnConf), kConn},
+    {RecordKind::GlobalArg, sizeof(AgentGlobalArgConf), kGlobalArg},
+    {RecordKind::Rule, sizeof(AgentRuleConf), kRule},
+    {RecordKind::Ratelimit, sizeof(AgentRatelimitConf), kRatelimit},
+    {RecordKind::AcsName, sizeof(AgentAcsNameConf), kAcsName},
+    {RecordKind::Engine, sizeof(AgentEngineParamConf), kEngine},
+    {RecordKind::Shaper, sizeof(AgentShaperConf), kShaper},
+    {RecordKind::SaCluster, sizeof(AgentSaClusterInfo), kSaCluster},
 };
+
+constexpr bool InKindOrder() {
+    for (size_t i = 0; i < RECORD_KIND_COUNT; ++i) {
+        if (static_cast<size_t>(kLayouts[i].kind) != i) {
+            return false;
+        }
+    }
+    return true;
+}
+static_assert(InKindOrder());
 
 } // namespace
 
@@ -283,11 +302,6 @@ std::span<const OV_RecordLayout> OV_RecordLayouts() {
     return kLayouts;
 }
 
-const OV_RecordLayout *OV_RecordLayoutOfSize(size_t size) {
-    for (const OV_RecordLayout &layout : kLayouts) {
-        if (layout.size == size) {
-            return &layout;
-        }
-    }
-    return nullptr;
+const OV_RecordLayout &OV_RecordLayoutOf(RecordKind kind) {
+    return kLayouts[static_cast<size_t>(kind)];
 }

@@ -4,6 +4,8 @@
 // the record it describes. Used to show a record field by field.
 #pragma once
 
+#include "agentconf/protocol.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -28,13 +30,13 @@ struct OV_RecordField {
 };
 
 struct OV_RecordLayout {
-    const char *kind; ///< "rule", "ratelimit", "link-ip", ...
-    size_t size;      ///< the record's size, different for every kind
+    RecordKind kind;
+    size_t size; ///< the struct's size, which OV_RecordSpecOf(kind).size names too
     std::span<const OV_RecordField> fields;
 };
 
-/// Every record kind's layout.
+/// The layout of every record kind, in RecordKind order.
 std::span<const OV_RecordLayout> OV_RecordLayouts();
 
-/// The layout of the kind whose records are size bytes long, or nullptr.
-const OV_RecordLayout *OV_RecordLayoutOfSize(size_t size);
+/// The layout of a kind.
+const OV_RecordLayout &OV_RecordLayoutOf(RecordKind kind);

@@ -2,7 +2,6 @@
 // file order, one result per command.
 #include "base/errors.h"
 #include "base/socket.h"
-#include "cli/handlers.h"
 #include "imc/conf_client.h"
 #include "pdctl/pdctl.h"
 #include "pdctl/report.h"
@@ -92,15 +91,16 @@ json_object *JsonTexts(const std::string &text) {
 
 // A get's reply text, read back into the JSON it shows; nullptr for a set.
 json_object *ReplyJson(const Outcome &o) {
-    CmdHandler h = o.row->handler;
-    if (h == CmdShaperGet) {
+    switch (SpecOfRow(o.row).op) {
+    case CmdOp::GetOne:
         return json_tokener_parse(o.reply.c_str());
-    }
-    if (h == CmdShaperTblGet) {
+    case CmdOp::GetTable:
         return JsonTexts(o.reply);
-    }
-    if (h == CmdSaClusterGet) {
+    case CmdOp::GetSaCluster:
         return KeyValueLines(o.reply);
+    case CmdOp::Set:
+    case CmdOp::Delete:
+        break;
     }
     return nullptr;
 }
@@ -167,8 +167,8 @@ int Apply(const Options &opt) {
     }
     AgentSession session;
     if (int32_t rc = session.Start(); rc < 0) {
-        std::fprintf(stderr, "pdctl: no agent answers on the configuration pipe: %d (%s)\n", rc,
-                     CmdErrorText(rc));
+        std::fprintf(stderr, "pdctl: cannot reach the agent on the configuration pipe: %d (%s)\n",
+                     rc, CmdErrorText(rc));
         return kExitTrouble;
     }
 

@@ -171,8 +171,8 @@ int Explain(const Options &opt) {
     }
     std::printf("module:   %u\n", o.module);
     std::printf("function: %u (0x%04x)\n", o.function, o.function);
-    const OV_RecordLayout *layout = RecordLayout(o.module, o.function, o.record.size());
-    std::printf("record:   %s, %zu bytes\n", layout != nullptr ? layout->kind : "none",
+    const OV_RecordSpec *spec = RecordSpecOf(o.module, o.function, o.record);
+    std::printf("record:   %s, %zu bytes\n", spec != nullptr ? spec->name : "none",
                 o.record.size());
     if (json_object *decoded = DecodeRecord(o.module, o.function, o.record); decoded != nullptr) {
         std::printf("%s\n", json_object_to_json_string_ext(
@@ -183,8 +183,8 @@ int Explain(const Options &opt) {
     if (opt.hex && !o.record.empty()) {
         PrintHex(o.record);
     }
-    if (opt.layout && layout != nullptr) {
-        PrintLayout(*layout, o.record.data());
+    if (opt.layout && spec != nullptr && o.record.size() == spec->size) {
+        PrintLayout(OV_RecordLayoutOf(spec->kind), o.record.data());
     }
     return kExitOk;
 }

@@ -1,16 +1,19 @@
-// The record decoders are the simulator's journal decoders.
+// The record kinds and decoders are the records library's.
 #include "pdctl/record_view.h"
-
-#include "agentsim/sim_handlers.h"
 
 namespace pdctl {
 
-json_object *DecodeRecord(uint8_t module, uint16_t function, std::span<const uint8_t> record) {
-    return SimDecodeRequest(module, function, record);
+const OV_RecordSpec *RecordSpecOf(uint8_t module, uint16_t function,
+                                  std::span<const uint8_t> payload) {
+    const CommandSpec *cmd = OV_CommandOfRequest(module, function, payload);
+    if (cmd == nullptr || !cmd->SendsRecord()) {
+        return nullptr;
+    }
+    return &OV_RecordSpecOf(cmd->kind);
 }
 
-const OV_RecordLayout *RecordLayout(uint8_t /*module*/, uint16_t /*function*/, size_t size) {
-    return size > 0 ? OV_RecordLayoutOfSize(size) : nullptr;
+json_object *DecodeRecord(uint8_t module, uint16_t function, std::span<const uint8_t> payload) {
+    return OV_AgentRequestToJson(module, function, payload);
 }
 
 } // namespace pdctl

@@ -178,6 +178,10 @@ void ConverterLogOutput(uint32_t level, const char *fmt, ...) {
     va_end(ap);
 }
 
+const CommandSpec &SpecOfRow(const CmdEntry *row) {
+    return kCommands[static_cast<size_t>(row - g_cmdTable.data())];
+}
+
 std::string_view WordName(std::string_view word) {
     return word.substr(0, word.find('/'));
 }

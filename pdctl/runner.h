@@ -4,6 +4,7 @@
 // or only taken (check, explain).
 #pragma once
 
+#include "agentconf/protocol.h"
 #include "cli/cmd.h"
 
 #include <cstddef>
@@ -71,6 +72,10 @@ class Runner {
 /// log (and so to standard error).
 void ConverterLogOutput(uint32_t level, const char *fmt, ...) OV_PRINTF_FMT(2, 3);
 void SetConverterLogVerbose(bool verbose);
+
+/// The protocol's description of a row of pdtool's table (the table is
+/// built from it, row for row).
+const CommandSpec &SpecOfRow(const CmdEntry *row);
 
 /// The command word as written: the text before the first "/".
 std::string_view WordName(std::string_view word);

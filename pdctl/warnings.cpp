@@ -1,8 +1,6 @@
 // The warnings check gives for lines that convert.
 #include "pdctl/warnings.h"
 
-#include "cli/handlers.h"
-
 #include <cstring>
 
 namespace pdctl {
@@ -43,7 +41,7 @@ std::vector<std::string> LineWarnings(std::string_view word, const Outcome &o) {
         return out;
     }
     if (!o.sent) {
-        out.emplace_back(o.row->handler == CmdLinkIpSet
+        out.emplace_back(SpecOfRow(o.row).kind == RecordKind::LinkIp
                              ? "nothing is sent: only a link-IP record of Type 1 or 2 is"
                              : "nothing is sent");
     }

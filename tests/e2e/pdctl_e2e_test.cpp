@@ -204,8 +204,8 @@ TEST_F(Pdctl, ApplyWithoutAnAgentSaysSoInOneLine) {
     ovtest::ProcessResult r = Run({"apply", WriteFile("a.conf", "get_shaper_tbl\n")});
     EXPECT_EQ(r.exitStatus, 2);
     EXPECT_EQ(r.out, "");
-    EXPECT_EQ(r.err, "pdctl: no agent answers on the configuration pipe: -2 (No such file or "
-                     "directory)\n");
+    EXPECT_EQ(r.err, "pdctl: cannot reach the agent on the configuration pipe: -2 (No such file "
+                     "or directory)\n");
 }
 
 TEST_F(Pdctl, CheckReportsRefusalsAndWarningsByLine) {

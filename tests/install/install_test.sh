@@ -50,11 +50,14 @@ depends_names=$(tr ',|' '\n' <<<"$depends" | sed 's/(.*//; s/[[:space:]]//g')
 
 # Exactly these files, nothing of the tests.
 expected="./usr/bin/agentsim
+./usr/bin/pdctl
 ./usr/bin/pdtool
 ./usr/share/bash-completion/completions/agentsim
+./usr/share/bash-completion/completions/pdctl
 ./usr/share/bash-completion/completions/pdtool
 ./usr/share/doc/pdtool/README.md
 ./usr/share/man/man1/agentsim.1.gz
+./usr/share/man/man1/pdctl.1.gz
 ./usr/share/man/man1/pdtool.1.gz"
 actual=$(dpkg-deb -c "$deb" | awk '$1 !~ /^d/ {print $6}' | sort)
 if [ "$actual" != "$expected" ]; then
@@ -66,9 +69,10 @@ root="$work/root"
 dpkg-deb -x "$deb" "$root"
 pdtool="$root/usr/bin/pdtool"
 agentsim="$root/usr/bin/agentsim"
+pdctl="$root/usr/bin/pdctl"
 
 # Every library the programs load comes from a package that Depends names.
-for prog in "$pdtool" "$agentsim"; do
+for prog in "$pdtool" "$agentsim" "$pdctl"; do
     if ldd "$prog" | grep -q 'not found'; then
         fail "$(basename "$prog") misses libraries: $(ldd "$prog" | grep 'not found')"
     fi
@@ -89,6 +93,8 @@ done
 # --- the programs from the unpacked tree ----------------------------------
 out=$("$agentsim" --version) || fail "agentsim --version exits $?"
 [ "$out" = "agentsim $version" ] || fail "agentsim --version prints '$out'"
+out=$("$pdctl" --version) || fail "pdctl --version exits $?"
+[ "$out" = "pdctl $version" ] || fail "pdctl --version prints '$out'"
 
 set +e
 usage=$("$pdtool")
