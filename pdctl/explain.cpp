@@ -86,7 +86,7 @@ std::string FieldValue(const OV_RecordField &f, const uint8_t *rec) {
         return std::to_string(LoadUnsigned(p, f.size));
     case OV_FieldType::Signed: {
         uint64_t v = LoadUnsigned(p, f.size);
-        if (f.size < 8) { // sign-extend
+        if (f.size > 0 && f.size < 8) { // sign-extend
             unsigned shift = 64 - 8 * f.size;
             v = static_cast<uint64_t>(static_cast<int64_t>(v << shift) >> shift);
         }
