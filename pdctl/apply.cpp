@@ -196,9 +196,13 @@ int Apply(const Options &opt) {
             ++counts.applied;
         } else {
             ++counts.failed;
-            // A failed exchange closes the connection: the agent is gone or
-            // broken, and no later line could be applied either.
+            // A failed exchange closes the connection. Going on makes sense
+            // only when the agent takes a new one (it closed the old one, or
+            // was restarted); when it is gone, the rest is not run.
             bool channelLost = o.sent && !OV_ImcConfClientConnected();
+            if (channelLost && opt.keepGoing) {
+                channelLost = OV_ImcConfClientInit() < 0;
+            }
             stopped = !opt.keepGoing || channelLost;
         }
         progress.Update(counts.applied + counts.failed, reader.PhysicalLines());

@@ -29,8 +29,8 @@ Commands:
       send every command of FILE ("-": standard input) to the agent over one
       connection, in file order: one result per command, then
       "N applied, N failed, N not run". The first failure stops the run
-      (later lines are not run) unless --keep-going is given; a failure of
-      the connection itself always does.
+      (later lines are not run) unless --keep-going is given; an agent that
+      is gone (no new connection after a failed one) always does.
   check [--json] [--strict] FILE
       convert every command without an agent; report the refused ones and
       warn of lines that will not do what they seem to. Warnings alone pass

@@ -94,16 +94,6 @@ TEST_F(RunnerTest, ATakenGetSucceedsWithoutAReply) {
     EXPECT_EQ(o.reply, "");
 }
 
-TEST_F(RunnerTest, ReportsTheKeyValueScan) {
-    Outcome o = Run("set_engine_srtt/wanid=1 value=5");
-    EXPECT_TRUE(o.Ok());
-    EXPECT_STREQ(o.scanFormat, "value=%u");
-    EXPECT_EQ(o.scanStored, 0);
-    EXPECT_EQ(o.scanSlots, 1u);
-    o = Run("set_ratelimit/{\"RateLimitId\": 1}");
-    EXPECT_EQ(o.scanFormat, nullptr);
-}
-
 using LineWarningsTest = RunnerTest;
 
 TEST_F(LineWarningsTest, NameWhatALineWillNotDo) {
@@ -145,12 +135,6 @@ TEST_F(LineWarningsTest, NameWhatALineWillNotDo) {
         LineWarnings("set_shaper_conf/" + shaper, Run("set_shaper_conf/" + shaper));
     ASSERT_EQ(w.size(), 1u);
     EXPECT_EQ(w[0].rfind("<Warning:AGENTCONF>[_OV_AgentShaperJsonToConf:", 0), 0u) << w[0];
-}
-
-TEST(WordName, IsTheTextBeforeTheFirstSlash) {
-    EXPECT_EQ(WordName("set_x/{\"a/b\": 1}"), "set_x");
-    EXPECT_EQ(WordName("get_shaper_tbl"), "get_shaper_tbl");
-    EXPECT_EQ(WordName("/x"), "");
 }
 
 } // namespace

@@ -167,9 +167,7 @@ TEST_F(Pdctl, TheAgentGoingAwayFailsTheLineInFlightAndRunsNoMore) {
     }
     std::string file = WriteFile("long.conf", text);
     ovtest::Process p;
-    ASSERT_EQ(
-        p.Start({ovtest::NativePath(OV_PDCTL_PATH), "apply", "--keep-going", file}, PdtoolEnv()),
-        0);
+    ASSERT_EQ(p.Start({ovtest::NativePath(OV_PDCTL_PATH), "apply", file}, PdtoolEnv()), 0);
     for (int i = 0; i < 1000 && Journal().size() < 10; ++i) {
         OV_SleepMs(10);
     }
@@ -198,6 +196,18 @@ TEST_F(Pdctl, TheAgentGoingAwayFailsTheLineInFlightAndRunsNoMore) {
         std::string rec = Record(72).U32(0, id).U32(24, 1).U16(64, 0x00A9).Hex();
         EXPECT_NE(saved.find(rec), std::string::npos) << "rate limit " << id;
     }
+}
+
+TEST_F(Pdctl, KeepGoingGoesOnOverANewConnectionWhenTheAgentClosedItsOwn) {
+    StartAgent({"--fault-close", "10:2"});
+    std::string file = WriteFile("c.conf", "del_ratelimit/id=1\nset_engine_srtt/value=1 wanid=0\n");
+    ovtest::ProcessResult r = Run({"apply", "--keep-going", file});
+    std::vector<std::string> out = ovtest::Lines(r.out);
+    ASSERT_EQ(out.size(), 3u) << r.out;
+    EXPECT_EQ(out[0].rfind(file + ":1: del_ratelimit: failed -", 0), 0u) << out[0];
+    EXPECT_EQ(out[1], file + ":2: set_engine_srtt: ok");
+    EXPECT_EQ(out[2], "1 applied, 1 failed, 0 not run");
+    EXPECT_EQ(Journal().size(), 2u);
 }
 
 TEST_F(Pdctl, ApplyWithoutAnAgentSaysSoInOneLine) {
