@@ -233,8 +233,8 @@ constexpr OV_RecordField kAcsName[] = {
     NUM(AcsName, version),
     NUM(AcsName, addrNum),
     NUM(AcsName, domainNum),
-    FLAGS(AcsName, addrEntries), // the sender's own address: meaningless to the agent
-    FLAGS(AcsName, domainEntries),
+    NUM(AcsName, addrRequests),
+    NUM(AcsName, domainRequests),
     TEXTS(AcsName, ipSets),
     TEXTS(AcsName, domainSets),
     NUM(AcsName, probe.enable),
