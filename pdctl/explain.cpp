@@ -146,6 +146,25 @@ void PrintLayout(const OV_RecordLayout &layout, const uint8_t *rec) {
     }
 }
 
+void ShowRequest(const Options &opt, uint8_t module, uint16_t function,
+                 const std::vector<uint8_t> &record) {
+    std::printf("module:   %u\n", module);
+    std::printf("function: %u (0x%04x)\n", function, function);
+    const OV_RecordSpec *spec = RecordSpecOf(module, function, record);
+    std::printf("record:   %s, %zu bytes\n", spec != nullptr ? spec->name : "none", record.size());
+    if (json_object *decoded = DecodeRecord(module, function, record); decoded != nullptr) {
+        std::printf("%s\n", json_object_to_json_string_ext(
+                                decoded, JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_SPACED |
+                                             JSON_C_TO_STRING_NOSLASHESCAPE));
+        json_object_put(decoded);
+    }
+    if (opt.hex && !record.empty()) {
+        PrintHex(record);
+    }
+    if (opt.layout && spec != nullptr && record.size() == spec->size) {
+        PrintLayout(OV_RecordLayoutOf(spec->kind), record.data());
+    }
+}
 } // namespace
 
 int Explain(const Options &opt) {
@@ -169,22 +188,11 @@ int Explain(const Options &opt) {
     if (!o.sent) {
         return kExitOk;
     }
-    std::printf("module:   %u\n", o.module);
-    std::printf("function: %u (0x%04x)\n", o.function, o.function);
-    const OV_RecordSpec *spec = RecordSpecOf(o.module, o.function, o.record);
-    std::printf("record:   %s, %zu bytes\n", spec != nullptr ? spec->name : "none",
-                o.record.size());
-    if (json_object *decoded = DecodeRecord(o.module, o.function, o.record); decoded != nullptr) {
-        std::printf("%s\n", json_object_to_json_string_ext(
-                                decoded, JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_SPACED |
-                                             JSON_C_TO_STRING_NOSLASHESCAPE));
-        json_object_put(decoded);
-    }
-    if (opt.hex && !o.record.empty()) {
-        PrintHex(o.record);
-    }
-    if (opt.layout && spec != nullptr && o.record.size() == spec->size) {
-        PrintLayout(OV_RecordLayoutOf(spec->kind), o.record.data());
+    ShowRequest(opt, o.module, o.function, o.record);
+    // An access name's entries follow its record in requests of their own.
+    for (const Outcome::Request &r : o.followers) {
+        std::printf("\nthen:\n");
+        ShowRequest(opt, r.module, r.function, r.bytes);
     }
     return kExitOk;
 }

@@ -65,12 +65,19 @@ void Note(uint8_t module, uint16_t func, const void *data, uint32_t len) {
     if (g_outcome == nullptr) {
         return;
     }
+    const auto *bytes = static_cast<const uint8_t *>(data);
+    size_t n = bytes != nullptr ? len : 0;
+    if (g_outcome->sent) {
+        if (g_mode == RequestMode::Capture) {
+            g_outcome->followers.push_back({module, func, {bytes, bytes + n}});
+        }
+        return;
+    }
     g_outcome->sent = true;
     g_outcome->module = module;
     g_outcome->function = func;
     if (g_mode == RequestMode::Capture) {
-        const auto *bytes = static_cast<const uint8_t *>(data);
-        g_outcome->record.assign(bytes, bytes + (bytes != nullptr ? len : 0));
+        g_outcome->record.assign(bytes, bytes + n);
     }
 }
 
@@ -128,6 +135,7 @@ void Runner::Run(std::string_view word, Outcome *out) {
     out->module = 0;
     out->function = 0;
     out->record.clear();
+    out->followers.clear();
     out->messages.clear();
     out->converterWarnings.clear();
     out->reply.clear();

@@ -30,6 +30,14 @@ struct Outcome {
     uint8_t module = 0;
     uint16_t function = 0;
     std::vector<uint8_t> record; ///< Capture: the request's bytes
+    /// Capture: the requests that followed the first (an access name's
+    /// entries), in order. module, function and record above are the first.
+    struct Request {
+        uint8_t module = 0;
+        uint16_t function = 0;
+        std::vector<uint8_t> bytes;
+    };
+    std::vector<Request> followers;
     /// Lines pdtool would have printed besides its outcome line (the
     /// handlers' refusals, "invalid command ...") and the converters' error
     /// and warning lines without their time stamps, in order, each ending in
