@@ -11,9 +11,11 @@
 
 namespace pdctl {
 
-/// The longest logical line taken. A longer one is reported as too long
-/// (with its first bytes) and the reader goes on after it.
-constexpr size_t kMaxLineBytes = size_t{1} << 20;
+/// The longest logical line taken: room for the largest access name (4096
+/// addresses and 4096 domains of up to 251 characters, about 1.2 MB of JSON).
+/// A longer one is reported as too long (with its first bytes) and the reader
+/// goes on after it.
+constexpr size_t kMaxLineBytes = size_t{4} << 20;
 
 /// Fills buf with up to size bytes of the stream. Returns the number of bytes
 /// (0 at its end) or a negative code when the stream cannot be read.

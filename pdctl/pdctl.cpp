@@ -47,7 +47,7 @@ Options:
   --version   show the version and exit
 
 In a file, blank lines and lines starting with "#" are skipped, and a line
-ending in "\" continues on the next. A line may be up to 1 MiB long.
+ending in "\" continues on the next. A line may be up to 4 MiB long.
 OV_PIPE_NAME (and on Linux OV_PIPE_DIR) choose the agent's pipe, as for pdtool.
 
 Exit status: 0 everything worked; 1 a command was refused or failed; 2 bad

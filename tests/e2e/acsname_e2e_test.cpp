@@ -97,6 +97,23 @@ std::vector<std::string> Payloads(const std::vector<Request> &requests) {
     return out;
 }
 
+// Every address and domain the journal's entry requests carried, in order.
+void EntriesSeen(const std::vector<Request> &journal, std::vector<std::string> seen[2]) {
+    for (const Request &q : journal) {
+        json_object *rec = json_tokener_parse(q.record.c_str());
+        json_object *list = nullptr;
+        const bool isAddr = json_object_object_get_ex(rec, "addresses", &list);
+        if (isAddr || json_object_object_get_ex(rec, "domains", &list)) {
+            for (size_t i = 0; i < json_object_array_length(list); ++i) {
+                json_object *entry = json_object_array_get_idx(list, i);
+                seen[isAddr ? 0 : 1].push_back(json_object_get_string(
+                    json_object_object_get(entry, isAddr ? "ip" : "domain")));
+            }
+        }
+        json_object_put(rec);
+    }
+}
+
 class AccessNames : public AgentTest {
   protected:
     void SetUp() override {
@@ -160,19 +177,7 @@ TEST_F(AccessNames, LargestThatOneCommandLineCarriesArrivesWholeAndSurvivesARest
 
     std::vector<std::string> seen[2];
     std::vector<Request> journal = Journal();
-    for (const Request &q : journal) {
-        json_object *rec = json_tokener_parse(q.record.c_str());
-        json_object *list = nullptr;
-        const bool isAddr = json_object_object_get_ex(rec, "addresses", &list);
-        if (isAddr || json_object_object_get_ex(rec, "domains", &list)) {
-            for (size_t i = 0; i < json_object_array_length(list); ++i) {
-                json_object *entry = json_object_array_get_idx(list, i);
-                seen[isAddr ? 0 : 1].push_back(json_object_get_string(
-                    json_object_object_get(entry, isAddr ? "ip" : "domain")));
-            }
-        }
-        json_object_put(rec);
-    }
+    EntriesSeen(journal, seen);
     EXPECT_EQ(seen[0], big.addrs);
     EXPECT_EQ(seen[1], big.domains);
     EXPECT_EQ(journal.size(),
@@ -188,6 +193,29 @@ TEST_F(AccessNames, LargestThatOneCommandLineCarriesArrivesWholeAndSurvivesARest
     std::vector<std::string> kept = State();
     ASSERT_FALSE(kept.empty());
     EXPECT_EQ(std::vector<std::string>(kept.begin() + 1, kept.end()), Payloads(journal));
+}
+
+// pdctl reads files, so no command-line limit applies: a full access name.
+TEST_F(AccessNames, AFullAccessNameThroughPdctlApplyArrivesWhole) {
+    const Largest full = LargestAccessName(size_t{4} << 20);
+    ASSERT_EQ(full.addrs.size(), ACSNAME_ADDR_MAX);
+    ASSERT_EQ(full.domains.size(), ACSNAME_DOMAIN_MAX);
+    const std::string file = testing::TempDir() + Name() + ".conf";
+    std::ofstream(file, std::ios::binary) << full.arg << "\n";
+    ovtest::ProcessResult r =
+        ovtest::RunProcess({ovtest::NativePath(OV_PDCTL_PATH), "apply", file}, 120000, PdtoolEnv());
+    std::remove(file.c_str());
+    ASSERT_EQ(r.exitStatus, 0) << r.out << r.err;
+    EXPECT_NE(r.out.find(": set_acsname: ok\n1 applied, 0 failed, 0 not run\n"), std::string::npos)
+        << r.out;
+
+    std::vector<std::string> seen[2];
+    std::vector<Request> journal = Journal();
+    EntriesSeen(journal, seen);
+    EXPECT_EQ(seen[0], full.addrs);
+    EXPECT_EQ(seen[1], full.domains);
+    EXPECT_EQ(journal.size(), 1u + 2 + 17); // 2726 addresses and 255 domains a request
+    EXPECT_EQ(State(), Payloads(journal));
 }
 
 TEST_F(AccessNames, AFailureOnTheSecondEntryRequestEndsTheCommandWithItsCode) {
