@@ -135,7 +135,7 @@ if [ -x "$pdctl" ]; then
   runs_us=$(((t1 - t0) / 1000))
   load_line=$("${rt[@]}" "$bin/bench/bench_load" --clients 1 --requests "$lines" --seconds 60 --mode keep)
   echo "$load_line"
-  load_s=$(sed -nE 's/.* ([0-9.]+) s,.*/\1/p' <<<"$load_line")
+  load_s=$(sed -nE 's/.* seconds=([0-9.]+) .*/\1/p' <<<"$load_line")
   echo "pdctl apply: ${apply_us} us; ${lines} pdtool runs: ${runs_us} us; bench_load keep: ${load_s} s"
   awk -v a="$apply_us" -v r="$runs_us" -v l="$load_s" 'BEGIN {
     printf "pdtool runs / pdctl apply: %.1fx (target >= 30)\n", r / a
