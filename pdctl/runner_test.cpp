@@ -87,6 +87,14 @@ TEST_F(RunnerTest, ATakenGetSucceedsWithoutAReply) {
     EXPECT_EQ(o.module, 15);
     EXPECT_EQ(o.function, 3);
     EXPECT_EQ(o.record, ovtest::RecordBytes<224>().Put<uint8_t>(0, 7).bytes);
+    o = Run(
+        R"(set_acsname/{"id": 5, "version": 1, "iplist": ["10.0.0.0/8"], "domainlist": ["a.example"]})");
+    EXPECT_TRUE(o.Ok());
+    EXPECT_EQ(o.function, 0); // the record, then its entry requests
+    EXPECT_EQ(o.record.size(), 4480u);
+    ASSERT_EQ(o.followers.size(), 2u);
+    EXPECT_EQ(o.followers[0].function, 2);
+    EXPECT_EQ(o.followers[1].function, 3);
     o = Run("get_shaper_tbl");
     EXPECT_TRUE(o.Ok());
     EXPECT_EQ(o.function, 4);
