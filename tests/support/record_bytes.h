@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 #include <initializer_list>
+#include <span>
 #include <vector>
 
 namespace ovtest {
@@ -51,17 +52,23 @@ struct RecordBytes {
     }
 };
 
-/// Whether the record holds exactly the expected bytes; names the first that differs.
+/// Whether got holds exactly the expected bytes; names the first that differs.
+inline testing::AssertionResult SameBytes(std::span<const uint8_t> got,
+                                          std::span<const uint8_t> want) {
+    if (got.size() != want.size()) {
+        return testing::AssertionFailure() << got.size() << " bytes, expected " << want.size();
+    }
+    auto [g, w] = std::mismatch(got.begin(), got.end(), want.begin());
+    if (g == got.end()) {
+        return testing::AssertionSuccess();
+    }
+    return testing::AssertionFailure()
+           << "byte " << (g - got.begin()) << " is " << int{*g} << ", expected " << int{*w};
+}
+
 template <typename Conf>
 testing::AssertionResult SameRecord(const Conf &conf, const RecordBytes<sizeof(Conf)> &want) {
-    const auto *got = reinterpret_cast<const uint8_t *>(&conf);
-    for (size_t i = 0; i < sizeof(Conf); ++i) {
-        if (got[i] != want.bytes[i]) {
-            return testing::AssertionFailure()
-                   << "byte " << i << " is " << int(got[i]) << ", expected " << int(want.bytes[i]);
-        }
-    }
-    return testing::AssertionSuccess();
+    return SameBytes({reinterpret_cast<const uint8_t *>(&conf), sizeof conf}, want.bytes);
 }
 
 } // namespace ovtest
