@@ -31,8 +31,10 @@ class ConverterTest : public testing::Test {
 /// zeroed record and keeps what it logged.
 template <typename Conf, int32_t (*Convert_)(Conf *, const char *)>
 class RecordConverterTest : public ConverterTest {
-  protected:
+  public:
     using Expected = RecordBytes<sizeof(Conf)>;
+
+  protected:
 
     int32_t Convert(const std::string &text) {
         std::memset(conf.get(), 0, sizeof(Conf));
