@@ -119,21 +119,24 @@ uint32_t ParseV4(const char *text, bool *ok) {
     return v;
 }
 
-// Every two-character text (and every one-character one) reads as the C
-// library's sscanf with "%2hhx" reads it: same byte, same "nothing assigned".
+// Every two-character text (and every one-character one), alone and before
+// a third digit the width leaves unread, reads as the C library's sscanf with
+// "%2hhx" reads it: same byte, same "nothing assigned".
 TEST(HexByte, ReadsEveryPairAsTheCLibrarysScan) {
     int differences = 0;
     for (int a = 0; a < 256; ++a) {
-        for (int b = 0; b < 256; ++b) {
-            const char text[3] = {static_cast<char>(a), static_cast<char>(b), '\0'};
+        for (int b = 0; b < 256 * 2; ++b) {
+            const char text[4] = {static_cast<char>(a), static_cast<char>(b % 256),
+                                  b < 256 ? '\0' : '7', '\0'};
             unsigned char expected = 0xA5;
             bool expectedRead = std::sscanf(text, "%2hhx", &expected) == 1;
             uint8_t got = 0xA5;
             bool read = OV_ScanHexByte(text, &got);
             if (read != expectedRead || got != expected) {
                 if (++differences <= 5) {
-                    ADD_FAILURE() << "text bytes " << a << "," << b << ": scan " << expectedRead
-                                  << "/" << int{expected} << ", ours " << read << "/" << int{got};
+                    ADD_FAILURE() << "text " << a << "," << b % 256 << "," << int{text[2]}
+                                  << ": scan " << expectedRead << "/" << int{expected} << ", ours "
+                                  << read << "/" << int{got};
                 }
             }
         }
@@ -148,9 +151,10 @@ TEST(HexByte, SignsSpacesAndPrefixes) {
         uint8_t value;
     };
     const Case cases[] = {
-        {"3c", true, 0x3c}, {"F", true, 0x0f},  {" 7", true, 0x07}, {"-1", true, 0xff},
-        {"+f", true, 0x0f}, {"0x", true, 0x00}, {"1g", true, 0x01}, {"g1", false, 0},
-        {"-", false, 0},    {" ", false, 0},    {"", false, 0},     {"- ", false, 0},
+        {"3c", true, 0x3c},  {"F", true, 0x0f},   {" 7", true, 0x07},   {"-1", true, 0xff},
+        {"+f", true, 0x0f},  {"0x", true, 0x00},  {"1g", true, 0x01},   {"g1", false, 0},
+        {"-", false, 0},     {" ", false, 0},     {"", false, 0},       {"- ", false, 0},
+        {"abc", true, 0xab}, {"-1f", true, 0xff}, {" 7f0", true, 0x7f},
     };
     for (const Case &c : cases) {
         uint8_t v = 0;
