@@ -1,6 +1,8 @@
 // Tests of agentsim's command line and of its fault rules.
 #include "agentsim/sim_options.h"
 
+#include "agentconf/protocol.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -97,42 +99,41 @@ TEST(SimOptions, RefusesBadOptionsWithAMessage) {
     }
 }
 
-TEST(SimOptions, HelpNamesEveryOption) {
-    const char *options[] = {
-        "--pipe-dir",
-        "--pipe-name",
-        "--instances",
-        "--journal",
-        "--state",
-        "--ready-file",
-        "--sa-role",
-        "--sa-cal-queue-len",
-        "--sa-local-lan-id",
-        "--sa-local-port",
-        "--sa-master-port",
-        "--sa-master-ip",
-        "--sa-master-cpe-id",
-        "--fault-status",
-        "--fault-delay",
-        "--fault-close",
-        "--fault-truncate",
-        "--fault-overlong",
-        "--fault-garbage",
-        "--help",
-        "--version",
-    };
-    std::string usage = SimUsage();
-    for (const char *o : options) {
-        EXPECT_NE(usage.find(o), std::string::npos) << o;
+TEST(SimOptions, EveryOptionTheHelpNamesIsOneTheParserKnows) {
+    const std::string usage = SimUsage();
+    size_t named = 0;
+    for (size_t at = usage.find("  --"); at != std::string::npos; at = usage.find("  --", at + 1)) {
+        std::string option = usage.substr(at + 2, usage.find_first_of(" =\n", at + 2) - at - 2);
         SimOptions opt;
         std::string error;
-        // Every option the text names is one the parser knows.
-        std::string arg = std::string(o) + "=x";
-        std::vector<const char *> args = {arg.c_str()};
-        Parse(args, &opt, &error);
-        EXPECT_EQ(error.find("unknown option"), std::string::npos) << o;
+        std::string arg = option + "=x";
+        Parse({arg.c_str()}, &opt, &error);
+        EXPECT_EQ(error.find("unknown option"), std::string::npos) << option;
+        ++named;
     }
-    EXPECT_NE(usage.find("-40"), std::string::npos);
+    EXPECT_EQ(named, 21u);
+}
+
+// The help's list of served functions says what the protocol description says.
+TEST(SimOptions, HelpListsTheFunctionsOfTheProtocol) {
+    const std::string usage = SimUsage();
+    const char *opNames[] = {"set", "delete", "get one", "get the table", "get the SA"};
+    for (const CommandSpec &c : kCommands) {
+        if (c.kind == RecordKind::Rule || c.kind == RecordKind::Engine) {
+            continue; // described by their numbering scheme
+        }
+        SCOPED_TRACE(c.word);
+        // Module 3 names its words; the others name what they do.
+        std::string entry = std::to_string(c.function) + " " +
+                            (c.Module() == 3 ? c.word : opNames[static_cast<int>(c.op)]);
+        size_t line = usage.find("\n  " + std::to_string(c.Module()) + " ");
+        ASSERT_NE(line, std::string::npos);
+        size_t end = usage.find("\n  ", line + 1);
+        while (end != std::string::npos && usage.compare(end, 5, "\n    ") == 0) {
+            end = usage.find("\n  ", end + 1); // continuation lines
+        }
+        EXPECT_NE(usage.substr(line, end - line).find(entry), std::string::npos) << entry;
+    }
 }
 
 TEST(SimFaults, ExactFunctionBeatsWildcardAndTheLastRuleWinsAmongEquals) {
