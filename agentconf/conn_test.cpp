@@ -163,53 +163,75 @@ TEST_F(ConnConv, RefusalsEndWithTheirCodeAndMessage) {
     EXPECT_TRUE(Same(MinimalRec().Put<uint32_t>(116, 1).Put<uint64_t>(548, 0)));
 }
 
-TEST_F(ConnConv, LabelVniAndNetIdAreCutToTheirWidths) {
+TEST_F(ConnConv, EachFormGivesItsBytes) {
+    auto withNetId = [](uint32_t netId, const std::string &extra) {
+        return R"({"Label": 1, "Vni": 0, "VpnId": 9, "TimeStamp": 2, "NetId": )" +
+               std::to_string(netId) + extra + "}";
+    };
+    // Without EncryptAlgo the unmasked NetId is stored there, and CryptoSuite
+    // defaults to 1 when that is not 0.
+    auto algo = [](uint32_t word, uint32_t encrypt, uint32_t suite) {
+        return MinimalRec().Put(4, word).Put(152, encrypt).Put(148, suite);
+    };
     struct Case {
-        const char *keys;
-        uint32_t word;
-        uint32_t netIdRaw;
+        std::string text;
+        Expected want;
     };
     const Case cases[] = {
-        {R"("Label": 2097152, "Vni": 0, "NetId": 0)", 0, 0},
-        {R"("Label": 0, "Vni": 9, "NetId": 0)", 1u << 21, 0},
-        {R"("Label": 2097151, "Vni": 7, "NetId": 255)", 0xFFFFFFFF, 255},
-        {R"("Label": -1, "Vni": 0, "NetId": 300)", 0x2C1FFFFF, 300},
+        // Label, Vni and NetId are cut to their widths.
+        {R"({"Label": 2097152, "Vni": 0, "NetId": 0, "VpnId": 9, "TimeStamp": 2})", algo(0, 0, 0)},
+        {R"({"Label": 0, "Vni": 9, "NetId": 0, "VpnId": 9, "TimeStamp": 2})", algo(1u << 21, 0, 0)},
+        {R"({"Label": 2097151, "Vni": 7, "NetId": 255, "VpnId": 9, "TimeStamp": 2})",
+         algo(0xFFFFFFFF, 255, 1)},
+        {R"({"Label": -1, "Vni": 0, "NetId": 300, "VpnId": 9, "TimeStamp": 2})",
+         algo(0x2C1FFFFF, 300, 1)},
+        {withNetId(5, R"(, "EncryptAlgo": 0)"), algo(0x05000001, 0, 0)},
+        {withNetId(0, R"(, "EncryptAlgo": 3)"), algo(1, 3, 1)},
+        {withNetId(5, R"(, "CryptoSuite": 7)"), algo(0x05000001, 5, 7)},
+        {withNetId(5, R"(, "EncryptAlgo": 2147483647)"), algo(0x05000001, 5, 1)}, // refused
+        // Each flag key sets its own bit.
+        {Minimal(R"(, "C2PFlag": true)"), MinimalRec().Put<uint16_t>(110, 0x0001)},
+        {Minimal(R"(, "PassiveFlag": true)"), MinimalRec().Put<uint16_t>(110, 0x0002)},
+        {Minimal(R"(, "MasterFlag": true)"), MinimalRec().Put<uint16_t>(110, 0x0004)},
+        {Minimal(R"(, "PersistentFlag": true)"), MinimalRec().Put<uint16_t>(110, 0x0008)},
+        {Minimal(R"(, "SimUserFlowFlag": true)"), MinimalRec().Put<uint16_t>(110, 0x0010)},
+        {Minimal(R"(, "IsIpv6LttFlag": true)"), MinimalRec().Put<uint16_t>(110, 0x0020)},
+        {Minimal(R"(, "MaxTxModeFlag": true)"), MinimalRec().Put<uint16_t>(110, 0x0040)},
+        {Minimal(R"(, "L2OnlyEncapIpHdrFlag": true)"), MinimalRec().Put<uint16_t>(110, 0x0100)},
+        {Minimal(R"(, "MinUsage": true)"), MinimalRec().Put<uint16_t>(110, 0x0200)},
+        {Minimal(R"(, "BackupFlag": true)"), MinimalRec().Put<uint16_t>(110, 0x0400)},
+        {Minimal(R"(, "LttDelEopResetFlag": true)"), MinimalRec().Put<uint16_t>(110, 0x0800)},
+        {Minimal(R"(, "ClearDFFlag": true)"), MinimalRec().Put<uint8_t>(146, 0x01)},
+        {Minimal(R"(, "C2PFlag": false, "PassiveFlag": false, "MasterFlag": false,
+            "PersistentFlag": false, "SimUserFlowFlag": false, "IsIpv6LttFlag": false,
+            "MaxTxModeFlag": false, "L2OnlyEncapIpHdrFlag": false, "MinUsage": false,
+            "BackupFlag": false, "LttDelEopResetFlag": false, "ClearDFFlag": false)"),
+         MinimalRec()},
+        // Optional fields and their widths.
+        {Minimal(R"(, "LocalIp": "10.1.2.3", "PeerIp6": "::ffff:10.0.0.1")"),
+         MinimalRec().Put<uint32_t>(20, 0x0A010203).Bytes(90, {0xff, 0xff, 10, 0, 0, 1})},
+        // Address texts too long for their buffers are skipped like missing keys.
+        {Minimal(R"(, "PeerIp": "  10.1.2.3         ", "LocalIp6": ")" + std::string(50, '1') +
+                 "\""),
+         MinimalRec()},
+        {Minimal(R"(, "SlaCfg": {"ConnSRttLow": 65537, "ConnLossRateHigh": -1})"),
+         MinimalRec().Put<uint16_t>(528, 1).Put<uint16_t>(546, 0xFFFF)},
+        {Minimal(R"(, "SessionId": -2)"), MinimalRec().Put<uint32_t>(112, 0xFFFFFFFE)},
+        // An overlong PeerUid is a notice and leaves its cut copy.
+        {Minimal(R"(, "PeerUid": ")" + std::string(40, 'u') + "\""),
+         MinimalRec().Text(162, std::string(31, 'u').c_str())},
     };
     for (const Case &c : cases) {
-        SCOPED_TRACE(c.keys);
-        ASSERT_EQ(Convert(std::string("{") + c.keys + R"(, "VpnId": 9, "TimeStamp": 2})"), 0);
-        // Without EncryptAlgo the unmasked NetId is stored there.
-        EXPECT_TRUE(Same(MinimalRec()
-                             .Put<uint32_t>(4, c.word)
-                             .Put<uint32_t>(152, c.netIdRaw)
-                             .Put<uint32_t>(148, c.netIdRaw != 0)));
+        SCOPED_TRACE(c.text);
+        ASSERT_EQ(Convert(c.text), 0) << log;
+        EXPECT_TRUE(Same(c.want));
     }
-}
-
-TEST_F(ConnConv, EncryptAlgoCarriesNetIdAndCryptoSuiteDefaultsFromIt) {
-    struct Case {
-        uint32_t netId;
-        const char *extra;
-        uint32_t algo;
-        uint32_t suite;
-    };
-    const Case cases[] = {
-        {300, "", 300, 1},
-        {5, R"(, "EncryptAlgo": 0)", 0, 0},
-        {0, R"(, "EncryptAlgo": 3)", 3, 1},
-        {5, R"(, "CryptoSuite": 7)", 5, 7},
-        {5, R"(, "EncryptAlgo": 2147483647)", 5, 1}, // refused: NetId stays
-    };
-    for (const Case &c : cases) {
-        std::string text = R"({"Label": 1, "Vni": 0, "VpnId": 9, "TimeStamp": 2, "NetId": )" +
-                           std::to_string(c.netId) + c.extra + "}";
-        SCOPED_TRACE(text);
-        ASSERT_EQ(Convert(text), 0);
-        EXPECT_TRUE(Same(MinimalRec()
-                             .Put<uint32_t>(4, 1 | ((c.netId & 0xFF) << 24))
-                             .Put<uint32_t>(152, c.algo)
-                             .Put<uint32_t>(148, c.suite)));
-    }
+    EXPECT_TRUE(Logged("Debug", kBase, "Connection conf not set PeerUid!"));
+    ASSERT_EQ(Convert(Minimal(R"(, "SlaCfg": {})")), 0);
+    EXPECT_TRUE(
+        Logged("Debug", "_OV_AgentConnSlaCfgJsonToConf", "Connection conf not set ConnOutBWLow!"));
+    EXPECT_TRUE(
+        Logged("Debug", "_OV_AgentConnSlaCfgJsonToConf", "Connection conf not set ConnOutBWHigh!"));
 }
 
 TEST_F(ConnConv, KeyTextsAreScannedPairwiseOverTwiceTheirLength) {
@@ -296,67 +318,6 @@ TEST_F(ConnConv, ArraysRunOnPastTheirSlotsButNotPastTheRecord) {
     EXPECT_EQ(Convert(Minimal(R"(, "Path": )" + ones(125))), 0);
     EXPECT_EQ(Convert(Minimal(R"(, "Path": )" + ones(126))), -22);
     EXPECT_TRUE(Logged("Error", kBase, "Invalid format, Path is not array!"));
-}
-
-TEST_F(ConnConv, EachFlagKeySetsItsOwnBit) {
-    struct Case {
-        const char *key;
-        size_t offset;
-        uint16_t bit;
-    };
-    const Case cases[] = {
-        {"C2PFlag", 110, 0x0001},
-        {"PassiveFlag", 110, 0x0002},
-        {"MasterFlag", 110, 0x0004},
-        {"PersistentFlag", 110, 0x0008},
-        {"SimUserFlowFlag", 110, 0x0010},
-        {"IsIpv6LttFlag", 110, 0x0020},
-        {"MaxTxModeFlag", 110, 0x0040},
-        {"L2OnlyEncapIpHdrFlag", 110, 0x0100},
-        {"MinUsage", 110, 0x0200},
-        {"BackupFlag", 110, 0x0400},
-        {"LttDelEopResetFlag", 110, 0x0800},
-        {"ClearDFFlag", 146, 0x01},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.key);
-        ASSERT_EQ(Convert(Minimal(std::string(", \"") + c.key + "\": true")), 0);
-        EXPECT_TRUE(Same(c.offset == 146 ? MinimalRec().Put<uint8_t>(146, 1)
-                                         : MinimalRec().Put<uint16_t>(110, c.bit)));
-        ASSERT_EQ(Convert(Minimal(std::string(", \"") + c.key + "\": false")), 0);
-        EXPECT_TRUE(Same(MinimalRec()));
-    }
-}
-
-TEST_F(ConnConv, OptionalFieldsAndTheirWidths) {
-    struct Case {
-        std::string extra;
-        Expected want;
-    };
-    const Case cases[] = {
-        {R"(, "LocalIp": "10.1.2.3", "PeerIp6": "::ffff:10.0.0.1")",
-         MinimalRec().Put<uint32_t>(20, 0x0A010203).Bytes(90, {0xff, 0xff, 10, 0, 0, 1})},
-        // Address texts too long for their buffers are skipped like missing keys.
-        {R"(, "PeerIp": "  10.1.2.3         ", "LocalIp6": ")" + std::string(50, '1') + "\"",
-         MinimalRec()},
-        {R"(, "SlaCfg": {"ConnSRttLow": 65537, "ConnLossRateHigh": -1})",
-         MinimalRec().Put<uint16_t>(528, 1).Put<uint16_t>(546, 0xFFFF)},
-        {R"(, "SessionId": -2)", MinimalRec().Put<uint32_t>(112, 0xFFFFFFFE)},
-        // An overlong PeerUid is a notice and leaves its cut copy.
-        {R"(, "PeerUid": ")" + std::string(40, 'u') + "\"",
-         MinimalRec().Text(162, std::string(31, 'u').c_str())},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.extra);
-        ASSERT_EQ(Convert(Minimal(c.extra)), 0) << log;
-        EXPECT_TRUE(Same(c.want));
-    }
-    EXPECT_TRUE(Logged("Debug", kBase, "Connection conf not set PeerUid!"));
-    ASSERT_EQ(Convert(Minimal(R"(, "SlaCfg": {})")), 0);
-    EXPECT_TRUE(
-        Logged("Debug", "_OV_AgentConnSlaCfgJsonToConf", "Connection conf not set ConnOutBWLow!"));
-    EXPECT_TRUE(
-        Logged("Debug", "_OV_AgentConnSlaCfgJsonToConf", "Connection conf not set ConnOutBWHigh!"));
 }
 
 } // namespace
