@@ -309,60 +309,6 @@ TEST_F(ConfLogTest, NoticesAndWarningsReachTheFlexlogAndTheLogWhereTaken) {
     }
 }
 
-TEST_F(ConfLogTest, EntryReportsNonJsonAndConverterFailuresWithFunctionNames) {
-    struct Case {
-        const char *text;
-        int32_t rc;
-        const char *expect;
-    };
-    const Case cases[] = {
-        {"", -22, "<Error:AGENTCONF>[OV_DummyJsonStrToConf:"},
-        {"{", -22, "] invalid dummy string, not json\n"},
-        {R"({"b": 1})", -22, "<Error:AGENTCONF>[_OV_DummyJsonToConf:"},
-        {R"({"a": 2147483647})", -132, "] Json to data struct failed(132:value too large)\n"},
-        {R"({"a": 5})", 0, "<Info:AGENTCONF>[OV_DummyJsonStrToConf:"},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.text);
-        ovtest::StdoutCapture cap;
-        Dummy d{};
-        EXPECT_EQ(OV_DummyJsonStrToConf(&d, c.text), c.rc);
-        std::string out = cap.Take();
-        EXPECT_NE(out.find(c.expect), std::string::npos) << out;
-        EXPECT_NE(out.find(std::string("] agent dummy conf json = ") + c.text + " \n"),
-                  std::string::npos)
-            << out;
-        EXPECT_EQ(out.find("dump flexlog"), std::string::npos);
-    }
-}
-
-TEST_F(ConfLogTest, ArrayLengthRefusesNonArraysAndOverCapacityAndAdoptsTheLength) {
-    OV_JsonPtr root = Parse(R"({"three": [1, 2, 3], "obj": {}, "big": [1,2,3,4,5]})");
-    json_object *three = nullptr;
-    json_object *obj = nullptr;
-    json_object *big = nullptr;
-    json_object_object_get_ex(root.get(), "three", &three);
-    json_object_object_get_ex(root.get(), "obj", &obj);
-    json_object_object_get_ex(root.get(), "big", &big);
-
-    ovtest::StdoutCapture cap;
-    uint8_t count = 5;
-    EXPECT_EQ(OV_ConfArrayLength(OV_CONF_SITE, three, &count, 4, "not array!\n", "size differs!\n"),
-              3);
-    EXPECT_EQ(count, 3);
-    count = 4;
-    EXPECT_EQ(OV_ConfArrayLength(OV_CONF_SITE, obj, &count, 4, "not array!\n", "size differs!\n"),
-              -22);
-    EXPECT_EQ(OV_ConfArrayLength(OV_CONF_SITE, big, &count, 4, "not array!\n", "size differs!\n"),
-              -22);
-    EXPECT_EQ(count, 4);
-    std::string out = cap.Take();
-    EXPECT_EQ(ovtest::CountOf(out, "<Warning:AGENTCONF>["), 1u) << out;
-    EXPECT_EQ(ovtest::CountOf(out, "] size differs!\n"), 1u);
-    EXPECT_EQ(ovtest::CountOf(out, "<Error:AGENTCONF>["), 2u);
-    EXPECT_EQ(ovtest::CountOf(out, "] not array!\n"), 2u);
-}
-
 TEST_F(ConfLogTest, LongTextsAndMessagesAreLoggedWhole) {
     // Past the stack buffers of the log path: the entry line carries the
     // whole text, and a long message keeps every byte.

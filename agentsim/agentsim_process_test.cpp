@@ -209,24 +209,6 @@ TEST_F(AgentsimProcess, RefusesToStartFromABrokenStateFile) {
     EXPECT_FALSE(std::filesystem::exists(sim.ReadyFile()));
 }
 
-TEST_F(AgentsimProcess, TimesOutAndKillsAChildThatDoesNotEnd) {
-    Agentsim sim;
-    ovtest::ProcessResult r = ovtest::RunProcess(sim.Args(), 300);
-    EXPECT_TRUE(r.timedOut);
-    EXPECT_NE(r.exitStatus, 0);
-
-    ovtest::Process proc;
-    ASSERT_EQ(proc.Start(sim.Args()), 0);
-    ASSERT_TRUE(proc.WaitForStderr("serving ", kStartMs)) << proc.Stderr();
-    EXPECT_FALSE(proc.Wait(100));
-    EXPECT_TRUE(proc.Running());
-    EXPECT_EQ(proc.ExitStatus(), -1);
-    proc.Kill();
-    EXPECT_FALSE(proc.Running());
-    EXPECT_NE(proc.ExitStatus(), 0);
-    EXPECT_NE(proc.ExitStatus(), -1);
-}
-
 TEST_F(AgentsimProcess, EnvironmentOverridesReachTheChild) {
     Agentsim sim;
     if (sim.PipeDir().empty()) {
