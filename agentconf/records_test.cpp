@@ -163,9 +163,13 @@ std::string V4Range(size_t i) {
     return R"({"IpType": 0, "LowerIp": "1.2.3.)" + to_string(i) + R"(", "UpperIp": "255.)" +
            to_string(i) + R"(.0.9"})";
 }
+// Odd entries use only the bytes an IPv4 range uses too: their family shows
+// only in their IpType byte.
 std::string V6Range(size_t i) {
-    return R"({"IpType": 1, "LowerIpv6": "fe80::)" + to_string(i + 1) +
-           R"(", "UpperIpv6": "ffff:)" + to_string(i) + R"(::ffff"})";
+    return i % 2 == 0 ? R"({"IpType": 1, "LowerIpv6": "fe80::)" + to_string(i + 1) +
+                            R"(", "UpperIpv6": "ffff:)" + to_string(i) + R"(::ffff"})"
+                      : R"({"IpType": 1, "LowerIpv6": ")" + to_string(i) +
+                            R"(::", "UpperIpv6": "ffff::"})";
 }
 std::string Number(size_t i) {
     return to_string(i * 257 % 65536);
@@ -206,7 +210,8 @@ std::vector<Sample> RuleSamples() {
           R"("SrcIp":[{"IpType":0,"Ip":"192.168.1.0","Mask":24}])",
           R"("DstIpRange":[{"IpType":0,"LowerIp":"10.0.0.1","UpperIp":"10.0.0.100"}])",
           R"("DstIpSetName":"")", R"("Proto":[6,17])",
-          R"("OutputArray":[{"Id":1,"Priority":true,"Type":1,"Probe":false}])"}},
+          // No SetVpnId, SetPolicyId or SetDscpValue without their flags.
+          R"("OutboundRateLimitId":0,"OutputArray":[{"Id":1,"Priority":true,"Type":1,"Probe":false}])"}},
         // Every list full.
         {base + R"(, "Match": {"SrcIpNum": 115, "SrcIp": )" + List(115, V4Prefix) +
          R"(, "DstIpNum": 64, "DstIpSetFlag": true, "DstIpRange": )" + List(64, V6Range) +
@@ -291,8 +296,9 @@ std::vector<Sample> RuleSamples() {
 
 std::vector<Sample> ConnSamples() {
     const std::string hex128(128, 'f');
+    // Item 104 runs on into ConnOutBWLow with a value its getter refuses.
     std::string longPath =
-        List(125, [](size_t i) { return to_string(i % 3 == 0 ? 2147483647 : 16843009 * i); });
+        List(125, [](size_t i) { return to_string(i % 4 == 0 ? 2147483647 : 16843009 * i); });
     const std::string base = R"({"Label": 1, "Vni": 0, "NetId": 300, "VpnId": 9, "TimeStamp": 2)";
     return {
         {R"({"VpnId": 7, "Label": 100, "Vni": 1, "NetId": 1, "Mode": 1, "WanId": 1, "LanId": 2,

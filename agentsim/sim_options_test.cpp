@@ -110,6 +110,18 @@ TEST(SimOptions, EveryOptionTheHelpNamesIsOneTheParserKnows) {
         Parse({arg.c_str()}, &opt, &error);
         EXPECT_EQ(error.find("unknown option"), std::string::npos) << option;
         ++named;
+        // Every number the help gives for an N option is a value it takes.
+        size_t eol = usage.find('\n', at);
+        if (usage.compare(at + 2 + option.size(), 3, " N ") != 0) {
+            continue;
+        }
+        for (size_t d = usage.find_first_of("0123456789", at); d < eol;
+             d = usage.find_first_of("0123456789", d)) {
+            size_t len = usage.find_first_not_of("0123456789", d) - d;
+            std::string value = option + "=" + usage.substr(d, len);
+            EXPECT_EQ(Parse({value.c_str()}, &opt, &error), 0) << value << ": " << error;
+            d += len;
+        }
     }
     EXPECT_EQ(named, 21u);
 }
@@ -146,6 +158,8 @@ TEST(SimFaults, ExactFunctionBeatsWildcardAndTheLastRuleWinsAmongEquals) {
     ASSERT_EQ(faults.Add(SimFaultKind::Delay, "15:4=20", &error), 0);
     ASSERT_EQ(faults.Add(SimFaultKind::Garbage, "3:26", &error), 0);
     ASSERT_EQ(faults.Add(SimFaultKind::Truncate, "3:26", &error), 0);
+    ASSERT_EQ(faults.Add(SimFaultKind::Close, "8:0", &error), 0); // function 0 is named too
+    ASSERT_EQ(faults.Add(SimFaultKind::Garbage, "8:*", &error), 0);
 
     SimFaultPlan p = faults.Plan(15, 1);
     EXPECT_EQ(p.action, SimFaultKind::Close); // named, although the wildcards came later
@@ -159,6 +173,8 @@ TEST(SimFaults, ExactFunctionBeatsWildcardAndTheLastRuleWinsAmongEquals) {
     EXPECT_EQ(p.delayMs, 0u);
     p = faults.Plan(3, 25);
     EXPECT_FALSE(p.action.has_value());
+    EXPECT_EQ(faults.Plan(8, 0).action, SimFaultKind::Close);
+    EXPECT_EQ(faults.Plan(8, 1).action, SimFaultKind::Garbage);
     p = faults.Plan(10, 1);
     EXPECT_FALSE(p.action.has_value());
     EXPECT_EQ(p.delayMs, 0u);

@@ -2,6 +2,8 @@
 // refuses, and that the agent writes it before answering.
 #include "agentsim/sim_state.h"
 
+#include "agentconf/records.h"
+
 #include "agentsim/sim_os.h"
 #include "agentsim/sim_server.h"
 #include "agentsim/sim_test_util.h"
@@ -70,6 +72,37 @@ TEST(SimState, KeepsExactlyThePersistentRecords) {
     EXPECT_TRUE(restored.store.Table(RecordKind::Rule).empty());
     // Written again, the restored store gives the same text.
     EXPECT_EQ(SimStateText(restored.store), text);
+}
+
+// A delete never carries the persistent flag, so the flag is no part of a
+// record's key: a delete finds what a persistent set stored.
+TEST(SimState, ADeleteWithoutTheFlagRemovesAPersistentRecord) {
+    for (const CommandSpec &del : kCommands) {
+        const OV_RecordSpec &spec = OV_RecordSpecOf(del.kind);
+        if (del.op != CmdOp::Delete || spec.flagMask == 0) {
+            continue;
+        }
+        SCOPED_TRACE(del.word);
+        const CommandSpec *set = &kCommands[0];
+        while (set->kind != del.kind || set->op != CmdOp::Set) {
+            ++set;
+        }
+        Bytes passing(spec.size);
+        for (size_t i = 0; i < passing.size(); ++i) {
+            passing[i] = static_cast<uint8_t>(i * 7 + 1);
+        }
+        Bytes kept = passing;
+        for (size_t i = 0; i < spec.flagSize; ++i) {
+            auto bits = static_cast<uint8_t>(spec.flagMask >> (8 * i));
+            passing[spec.flagOffset + i] &= static_cast<uint8_t>(~bits);
+            kept[spec.flagOffset + i] |= bits;
+        }
+        SimContext ctx;
+        ASSERT_EQ(SimDispatch(ctx, set->Module(), set->function, kept).status, 0);
+        EXPECT_EQ(SimPersistentRecords(ctx.store).size(), 1u);
+        EXPECT_EQ(SimDispatch(ctx, del.Module(), del.function, passing).status, 0);
+        EXPECT_TRUE(SimPersistentRecords(ctx.store).empty());
+    }
 }
 
 TEST(SimState, RefusesTextsItDidNotWrite) {
