@@ -20,42 +20,38 @@ SimJournalEntry Entry() {
     return e;
 }
 
-TEST(SimJournal, AnsweredRequestLineHasEveryFieldInOrder) {
+TEST(SimJournal, LinesHaveEveryFieldInOrder) {
     static const uint8_t payload[] = {0x05, 0x00, 0xab, 0xff};
     OV_JsonPtr record(json_tokener_parse(R"({"RateLimitId":5,"Name":"a/b"})"));
-    SimJournalEntry e = Entry();
-    e.status = -2;
-    e.length = sizeof payload;
-    e.payload = payload;
-    e.record = record.get();
-    EXPECT_EQ(SimJournalLine(e),
+    SimJournalEntry answered = Entry();
+    answered.status = -2;
+    answered.length = sizeof payload;
+    answered.payload = payload;
+    answered.record = record.get();
+    EXPECT_EQ(SimJournalLine(answered),
               R"({"time":"2026-11-22T23:10:05.123","module":10,"function":1,)"
               R"("command":"set_ratelimit","status":-2,"length":4,"payload":"0500abff",)"
               R"("record":{"RateLimitId":5,"Name":"a/b"}})"
               "\n");
-}
-
-TEST(SimJournal, UnknownCommandsAndRecordsAreNull) {
-    SimJournalEntry e = Entry();
-    e.module = 9;
-    e.command = nullptr;
-    e.status = -40;
-    e.fault = "delay";
-    EXPECT_EQ(SimJournalLine(e),
+    // Unknown commands and records are null; a fault is named.
+    SimJournalEntry unknown = Entry();
+    unknown.module = 9;
+    unknown.command = nullptr;
+    unknown.status = -40;
+    unknown.fault = "delay";
+    EXPECT_EQ(SimJournalLine(unknown),
               R"({"time":"2026-11-22T23:10:05.123","module":9,"function":1,"command":null,)"
               R"("status":-40,"length":0,"payload":"","record":null,"fault":"delay"})"
               "\n");
-}
-
-TEST(SimJournal, RefusedRequestHasANullStatusAndTheReason) {
-    SimJournalEntry e = Entry();
-    e.module = 25;
-    e.function = 0xFFFF;
-    e.command = nullptr;
-    e.answered = false;
-    e.error = "header check failed";
-    e.length = 1ull << 63;
-    EXPECT_EQ(SimJournalLine(e),
+    // A refused request has a null status and the reason.
+    SimJournalEntry refused = Entry();
+    refused.module = 25;
+    refused.function = 0xFFFF;
+    refused.command = nullptr;
+    refused.answered = false;
+    refused.error = "header check failed";
+    refused.length = 1ull << 63;
+    EXPECT_EQ(SimJournalLine(refused),
               R"({"time":"2026-11-22T23:10:05.123","module":25,"function":65535,"command":null,)"
               R"("status":null,"error":"header check failed","length":9223372036854775808})"
               "\n");
