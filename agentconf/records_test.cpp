@@ -374,7 +374,9 @@ std::vector<KindSamples> AllSamples() {
            {R"({"Type":2,"VpnId":0,"SiteIpId":1,"PersistentFlag":true,"CustomerId":0,)"
             R"("SiteId":82,"IpAddr":"203.0.113.10"})"}},
           {R"({"Type": 255, "SiteIpId": 255, "CustomerId": -1, "SiteId": -2, "VpnId": -3,
-              "IpAddr": "0.0.0.0", "Ip6Addr": "2001:db8:0:1:2:3:4:5", "PersistentFlag": true})"},
+              "IpAddr": "0.0.0.0", "Ip6Addr": "2001:db8:0:0:1:0:3:4", "PersistentFlag": true})",
+           // The longest run of two or more zero groups is the one compressed.
+           {R"("Ip6Addr":"2001:db8::1:0:3:4")"}},
           {R"({"Type": 1, "SiteIpId": 0, "SiteId": 1, "Ip6Addr": "::ffff:1.2.3.4"})"},
           // A delete: type, wan id, client id at 8 and VPN id at 12.
           {"",

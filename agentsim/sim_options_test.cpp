@@ -131,20 +131,29 @@ TEST(SimOptions, HelpListsTheFunctionsOfTheProtocol) {
     const std::string usage = SimUsage();
     const char *opNames[] = {"set", "delete", "get one", "get the table", "get the SA"};
     for (const CommandSpec &c : kCommands) {
-        if (c.kind == RecordKind::Rule || c.kind == RecordKind::Engine) {
-            continue; // described by their numbering scheme
+        if (c.kind == RecordKind::Engine) {
+            continue; // one function, told apart by the record
         }
         SCOPED_TRACE(c.word);
-        // Module 3 names its words; the others name what they do.
+        // Module 3 names its words, rules their table and operation, the
+        // others what they do.
         std::string entry = std::to_string(c.function) + " " +
                             (c.Module() == 3 ? c.word : opNames[static_cast<int>(c.op)]);
+        if (c.kind == RecordKind::Rule) {
+            entry = std::to_string(c.function & 0xFF) + " " + opNames[static_cast<int>(c.op)];
+        }
         size_t line = usage.find("\n  " + std::to_string(c.Module()) + " ");
         ASSERT_NE(line, std::string::npos);
         size_t end = usage.find("\n  ", line + 1);
         while (end != std::string::npos && usage.compare(end, 5, "\n    ") == 0) {
             end = usage.find("\n  ", end + 1); // continuation lines
         }
-        EXPECT_NE(usage.substr(line, end - line).find(entry), std::string::npos) << entry;
+        const std::string text = usage.substr(line, end - line);
+        EXPECT_NE(text.find(entry), std::string::npos) << entry;
+        if (c.kind == RecordKind::Rule) {
+            std::string table = std::to_string(c.function >> 8) + " " + (c.word + 4);
+            EXPECT_NE(text.find(table), std::string::npos) << table;
+        }
     }
 }
 
