@@ -74,8 +74,9 @@ TEST(MemModule, BlockCarriesGuardsAndMovesCountersUpAndDown) {
     EXPECT_EQ(s.VmemCounter, 1);
     EXPECT_EQ(s.VmemUsage, 24);
 
-    MemModuleFree(m.index(), p);
-    VmemModuleFree(m.index(), q);
+    // A new size of 0 frees the block.
+    EXPECT_EQ(MemModuleRealloc(m.index(), p, 0), nullptr);
+    EXPECT_EQ(VmemModuleRealloc(m.index(), q, 0), nullptr);
     s = Stats(m.index());
     EXPECT_EQ(s.MemCounter, 0);
     EXPECT_EQ(s.MemUsage, 0);
