@@ -1,7 +1,7 @@
 // Tests of agentsim's command line and of its fault rules.
 #include "agentsim/sim_options.h"
 
-#include "agentconf/protocol.h"
+#include "agentconf/records.h"
 
 #include <gtest/gtest.h>
 
@@ -150,6 +150,10 @@ TEST(SimOptions, HelpListsTheFunctionsOfTheProtocol) {
         }
         const std::string text = usage.substr(line, end - line);
         EXPECT_NE(text.find(entry), std::string::npos) << entry;
+        if (c.SendsRecord()) {
+            std::string size = "(" + std::to_string(OV_RequestSize(c));
+            EXPECT_NE(text.find(size), std::string::npos) << size;
+        }
         if (c.kind == RecordKind::Rule) {
             std::string table = std::to_string(c.function >> 8) + " " + (c.word + 4);
             EXPECT_NE(text.find(table), std::string::npos) << table;

@@ -70,8 +70,9 @@ TEST(SimState, KeepsExactlyThePersistentRecords) {
         EXPECT_EQ(got[i]->function, want[i]->function);
     }
     EXPECT_TRUE(restored.store.Table(RecordKind::Rule).empty());
-    // Written again, the restored store gives the same text.
+    // Written again, the restored store gives the same text; records are named.
     EXPECT_EQ(SimStateText(restored.store), text);
+    EXPECT_NE(text.find(R"("function": 1, "command": "set_shaper_conf", )"), std::string::npos);
 }
 
 // A delete never carries the persistent flag, so the flag is no part of a
