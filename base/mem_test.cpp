@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -84,10 +85,12 @@ TEST(MemModule, BlockCarriesGuardsAndMovesCountersUpAndDown) {
     EXPECT_EQ(s.VmemUsage, 0);
 }
 
-TEST(MemModule, RefusesZeroSizeAndUnregisteredModule) {
+TEST(MemModule, RefusesSizesItCannotRecordAndUnregisteredModules) {
     StdoutCapture quiet;
     ScopedModule m("mt_refuse");
     EXPECT_EQ(MemModuleMalloc(m.index(), 0, 0), nullptr);
+    // The block's 32-bit size field must hold the size and the guards.
+    EXPECT_EQ(MemModuleMalloc(m.index(), std::numeric_limits<uint32_t>::max() - 8, 0), nullptr);
     EXPECT_EQ(MemModuleMalloc(255, 8, 0), nullptr);
     EXPECT_EQ(MemModuleMalloc(-1, 8, 0), nullptr);
     EXPECT_EQ(VmemModuleMalloc(300, 8), nullptr);
