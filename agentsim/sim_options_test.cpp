@@ -2,6 +2,7 @@
 #include "agentsim/sim_options.h"
 
 #include "agentconf/records.h"
+#include "base/errors.h"
 
 #include <gtest/gtest.h>
 
@@ -126,9 +127,15 @@ TEST(SimOptions, EveryOptionTheHelpNamesIsOneTheParserKnows) {
     EXPECT_EQ(named, 21u);
 }
 
-// The help's list of served functions says what the protocol description says.
+// The help's list of served functions says what the protocol description
+// says, and the statuses it names are the agent's.
 TEST(SimOptions, HelpListsTheFunctionsOfTheProtocol) {
     const std::string usage = SimUsage();
+    for (const std::string &said :
+         {"answers " + std::to_string(-OV_ENOENT) + ";", "size " + std::to_string(-OV_EINVAL) + ";",
+          std::to_string(-OV_ENOSYS) + " with no data"}) {
+        EXPECT_NE(usage.find(said), std::string::npos) << said;
+    }
     const char *opNames[] = {"set", "delete", "get one", "get the table", "get the SA"};
     for (const CommandSpec &c : kCommands) {
         if (c.kind == RecordKind::Engine) {
