@@ -17,7 +17,6 @@
 namespace {
 
 using simtest::Bytes;
-using simtest::Put;
 
 Bytes Record(size_t size, size_t flagOffset, uint8_t flag, uint8_t id, size_t keyOffset = 0) {
     Bytes rec(size, 0);
