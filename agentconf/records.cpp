@@ -230,11 +230,11 @@ uint32_t OV_RequestSize(const CommandSpec &cmd) {
 }
 
 bool OV_RecordIsPersistent(RecordKind kind, std::span<const uint8_t> rec) {
-    const OV_RecordSpec &spec = OV_RecordSpecOf(kind);
-    if (spec.flagMask == 0 || rec.size() < spec.flagOffset + spec.flagSize) {
+    const OV_RecordSpec &kindInfo = OV_RecordSpecOf(kind);
+    if (kindInfo.flagMask == 0 || rec.size() < kindInfo.flagOffset + kindInfo.flagSize) {
         return false;
     }
-    return (LoadLe(rec.data() + spec.flagOffset, spec.flagSize) & spec.flagMask) != 0;
+    return (LoadLe(rec.data() + kindInfo.flagOffset, kindInfo.flagSize) & kindInfo.flagMask) != 0;
 }
 
 json_object *OV_AgentRequestToJson(uint8_t module, uint16_t function,
@@ -244,11 +244,11 @@ json_object *OV_AgentRequestToJson(uint8_t module, uint16_t function,
     }
     for (const CommandSpec &c : kCommands) {
         if (c.Module() == module && c.function == function) {
-            const OV_RecordSpec &spec = OV_RecordSpecOf(c.kind);
-            if (!c.SendsRecord() || spec.decode == nullptr || payload.size() != spec.size) {
+            const OV_RecordSpec &kindInfo = OV_RecordSpecOf(c.kind);
+            if (!c.SendsRecord() || kindInfo.decode == nullptr || payload.size() != kindInfo.size) {
                 return nullptr;
             }
-            return spec.decode(payload.data(), payload.size());
+            return kindInfo.decode(payload.data(), payload.size());
         }
     }
     return nullptr;

@@ -79,8 +79,8 @@ std::vector<uint8_t> RecordOf(size_t size, const std::vector<Put> &puts) {
     return rec;
 }
 
-std::string Decoded(const OV_RecordSpec &spec, const std::vector<uint8_t> &rec) {
-    OV_JsonPtr obj(spec.decode(rec.data(), rec.size()));
+std::string Decoded(const OV_RecordSpec &kindInfo, const std::vector<uint8_t> &rec) {
+    OV_JsonPtr obj(kindInfo.decode(rec.data(), rec.size()));
     return obj == nullptr ? "" : json_object_to_json_string_ext(obj.get(), JSON_C_TO_STRING_PLAIN);
 }
 
@@ -118,30 +118,30 @@ class RecordRoundTrip : public ovtest::ConverterTest,
     }
 
     // The record bytes as sent, or empty when the converter refuses the text.
-    static std::vector<uint8_t> Convert(const OV_RecordSpec &spec, const std::string &json) {
+    static std::vector<uint8_t> Convert(const OV_RecordSpec &kindInfo, const std::string &json) {
         ovtest::StdoutCapture quiet; // the converters log every step
-        std::vector<uint8_t> rec(spec.size, 0);
-        int32_t rc = spec.convert(rec.data(), json.c_str());
-        if (spec.release != nullptr) {
-            spec.release(rec.data());
+        std::vector<uint8_t> rec(kindInfo.size, 0);
+        int32_t rc = kindInfo.convert(rec.data(), json.c_str());
+        if (kindInfo.release != nullptr) {
+            kindInfo.release(rec.data());
         }
         return rc == 0 ? rec : std::vector<uint8_t>{};
     }
 };
 
 TEST_P(RecordRoundTrip, DecodedRecordConvertsBackToTheSameBytes) {
-    const OV_RecordSpec &spec = OV_RecordSpecOf(GetParam().kind);
+    const OV_RecordSpec &kindInfo = OV_RecordSpecOf(GetParam().kind);
     for (const Sample &s : GetParam().samples) {
         SCOPED_TRACE(s.json.substr(0, 300));
         std::vector<uint8_t> first =
-            s.json.empty() ? RecordOf(spec.size, s.raw) : Convert(spec, s.json);
-        ASSERT_EQ(first.size(), spec.size) << "refused";
-        std::string text = Decoded(spec, first);
+            s.json.empty() ? RecordOf(kindInfo.size, s.raw) : Convert(kindInfo, s.json);
+        ASSERT_EQ(first.size(), kindInfo.size) << "refused";
+        std::string text = Decoded(kindInfo, first);
         ASSERT_NE(text, "");
         for (const std::string &part : s.shown) {
             EXPECT_NE(text.find(part), std::string::npos) << part << "\n" << text;
         }
-        EXPECT_TRUE(ovtest::SameBytes(Convert(spec, text), first)) << text;
+        EXPECT_TRUE(ovtest::SameBytes(Convert(kindInfo, text), first)) << text;
     }
 }
 
@@ -500,9 +500,9 @@ TEST(RecordDecoder, ShowsRecordsNoConversionGives) {
           R"({"priority":1,"inkbps":3000000000,"outkbps":2147483648})"}},
     };
     for (const Case &c : cases) {
-        const OV_RecordSpec &spec = OV_RecordSpecOf(c.kind);
-        SCOPED_TRACE(spec.name);
-        std::string text = Decoded(spec, RecordOf(spec.size, c.raw));
+        const OV_RecordSpec &kindInfo = OV_RecordSpecOf(c.kind);
+        SCOPED_TRACE(kindInfo.name);
+        std::string text = Decoded(kindInfo, RecordOf(kindInfo.size, c.raw));
         for (const std::string &part : c.shown) {
             EXPECT_NE(text.find(part), std::string::npos) << part << "\n" << text;
         }
@@ -512,19 +512,19 @@ TEST(RecordDecoder, ShowsRecordsNoConversionGives) {
 // Exactly the record's bytes on the heap, so a sanitizer sees any read past them.
 TEST(RecordDecoder, RefusesOtherLengthsAndReadsOnlyTheRecord) {
     for (size_t k = 0; k < RECORD_KIND_COUNT; ++k) {
-        const OV_RecordSpec &spec = OV_RecordSpecOf(static_cast<RecordKind>(k));
-        if (spec.decode == nullptr) {
+        const OV_RecordSpec &kindInfo = OV_RecordSpecOf(static_cast<RecordKind>(k));
+        if (kindInfo.decode == nullptr) {
             continue;
         }
-        SCOPED_TRACE(spec.name);
-        auto longer = std::make_unique<uint8_t[]>(spec.size + 1);
-        EXPECT_EQ(spec.decode(longer.get(), spec.size + 1), nullptr);
-        EXPECT_EQ(spec.decode(longer.get(), spec.size - 1), nullptr);
-        EXPECT_EQ(spec.decode(nullptr, spec.size), nullptr);
+        SCOPED_TRACE(kindInfo.name);
+        auto longer = std::make_unique<uint8_t[]>(kindInfo.size + 1);
+        EXPECT_EQ(kindInfo.decode(longer.get(), kindInfo.size + 1), nullptr);
+        EXPECT_EQ(kindInfo.decode(longer.get(), kindInfo.size - 1), nullptr);
+        EXPECT_EQ(kindInfo.decode(nullptr, kindInfo.size), nullptr);
         for (uint8_t fill : {0x00, 0x5A, 0xFF}) {
-            auto rec = std::make_unique<uint8_t[]>(spec.size);
-            std::memset(rec.get(), fill, spec.size);
-            OV_JsonPtr obj(spec.decode(rec.get(), spec.size));
+            auto rec = std::make_unique<uint8_t[]>(kindInfo.size);
+            std::memset(rec.get(), fill, kindInfo.size);
+            OV_JsonPtr obj(kindInfo.decode(rec.get(), kindInfo.size));
             EXPECT_NE(obj, nullptr) << int{fill};
         }
     }

@@ -26,10 +26,10 @@ const CommandSpec *FindRow(uint8_t module, uint16_t function) {
 // The key the agent stores a record under. Called only with a payload of
 // the kind's size.
 SimKey KeyOf(RecordKind kind, uint16_t function, std::span<const uint8_t> rec) {
-    const OV_RecordSpec &spec = OV_RecordSpecOf(kind);
+    const OV_RecordSpec &kindInfo = OV_RecordSpecOf(kind);
     SimKeyBuilder key;
-    for (size_t i = 0; i < spec.keyFields; ++i) {
-        const OV_KeyField &field = spec.key[i];
+    for (size_t i = 0; i < kindInfo.keyFields; ++i) {
+        const OV_KeyField &field = kindInfo.key[i];
         switch (field.type) {
         case OV_KeyField::Type::FunctionHigh:
             key.U8(static_cast<uint8_t>(function >> 8));

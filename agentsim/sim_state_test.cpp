@@ -78,8 +78,8 @@ TEST(SimState, KeepsExactlyThePersistentRecords) {
 // record's key: a delete finds what a persistent set stored.
 TEST(SimState, ADeleteWithoutTheFlagRemovesAPersistentRecord) {
     for (const CommandSpec &del : kCommands) {
-        const OV_RecordSpec &spec = OV_RecordSpecOf(del.kind);
-        if (del.op != CmdOp::Delete || spec.flagMask == 0) {
+        const OV_RecordSpec &kindInfo = OV_RecordSpecOf(del.kind);
+        if (del.op != CmdOp::Delete || kindInfo.flagMask == 0) {
             continue;
         }
         SCOPED_TRACE(del.word);
@@ -88,10 +88,10 @@ TEST(SimState, ADeleteWithoutTheFlagRemovesAPersistentRecord) {
             ++set;
         }
         // Zero records but the flag: an access name without entries is stored at once.
-        const Bytes passing(spec.size, 0);
+        const Bytes passing(kindInfo.size, 0);
         Bytes kept = passing;
-        for (size_t i = 0; i < spec.flagSize; ++i) {
-            kept[spec.flagOffset + i] = static_cast<uint8_t>(spec.flagMask >> (8 * i));
+        for (size_t i = 0; i < kindInfo.flagSize; ++i) {
+            kept[kindInfo.flagOffset + i] = static_cast<uint8_t>(kindInfo.flagMask >> (8 * i));
         }
         SimContext ctx;
         ASSERT_EQ(SimDispatch(ctx, set->Module(), set->function, kept).status, 0);

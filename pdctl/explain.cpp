@@ -150,8 +150,9 @@ void ShowRequest(const Options &opt, uint8_t module, uint16_t function,
                  const std::vector<uint8_t> &record) {
     std::printf("module:   %u\n", module);
     std::printf("function: %u (0x%04x)\n", function, function);
-    const OV_RecordSpec *spec = RecordSpecOf(module, function, record);
-    std::printf("record:   %s, %zu bytes\n", spec != nullptr ? spec->name : "none", record.size());
+    const OV_RecordSpec *kindInfo = RecordSpecOf(module, function, record);
+    std::printf("record:   %s, %zu bytes\n", kindInfo != nullptr ? kindInfo->name : "none",
+                record.size());
     if (json_object *decoded = DecodeRecord(module, function, record); decoded != nullptr) {
         std::printf("%s\n", json_object_to_json_string_ext(
                                 decoded, JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_SPACED |
@@ -161,8 +162,8 @@ void ShowRequest(const Options &opt, uint8_t module, uint16_t function,
     if (opt.hex && !record.empty()) {
         PrintHex(record);
     }
-    if (opt.layout && spec != nullptr && record.size() == spec->size) {
-        PrintLayout(OV_RecordLayoutOf(spec->kind), record.data());
+    if (opt.layout && kindInfo != nullptr && record.size() == kindInfo->size) {
+        PrintLayout(OV_RecordLayoutOf(kindInfo->kind), record.data());
     }
 }
 } // namespace

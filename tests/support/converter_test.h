@@ -35,7 +35,6 @@ class RecordConverterTest : public ConverterTest {
     using Expected = RecordBytes<sizeof(Conf)>;
 
   protected:
-
     int32_t Convert(const std::string &text) {
         std::memset(conf.get(), 0, sizeof(Conf));
         StdoutCapture cap;
