@@ -1,6 +1,7 @@
 #include "base/log.h"
 
 #include "tests/support/capture.h"
+#include "tests/support/process.h"
 
 #include <gtest/gtest.h>
 
@@ -33,9 +34,17 @@ bool Exists(const std::string &path) {
     return std::ifstream(path).good();
 }
 
-std::string TempPath(const std::string &leaf) {
-    return testing::TempDir() + leaf;
-}
+// Each test writes in a directory of its own: files left by an earlier,
+// interrupted run (or a parallel one) must not decide the outcome.
+class Scratch {
+  public:
+    std::string Path(const std::string &leaf) const {
+        return dir_.File(leaf);
+    }
+
+  private:
+    ovtest::ScopedTempDir dir_{"log"};
+};
 
 TEST(Log, LinesAreTimeStampedAndWrittenWhole) {
     StdoutCapture cap;
@@ -75,7 +84,8 @@ TEST(Log, TimeStampFieldsArePaddedAndNeverCut) {
 }
 
 TEST(LogFile, SixtyFifthFileIsRefused) {
-    std::string path = TempPath("ov_log_many.log");
+    Scratch scratch;
+    std::string path = scratch.Path("ov_log_many.log");
     std::vector<int32_t> slots;
     for (int i = 0; i < OV_LOG_FILE_MAX; ++i) {
         int32_t idx = OV_LogFileOpen(path.c_str(), static_cast<uint32_t>(path.size()));
@@ -86,11 +96,11 @@ TEST(LogFile, SixtyFifthFileIsRefused) {
     for (int32_t idx : slots) {
         OV_LogFileClose(idx);
     }
-    std::remove(path.c_str());
 }
 
 TEST(LogFile, RefusesBadArgumentsAndClosedSlots) {
-    std::string path = TempPath("ov_log_setters.log");
+    Scratch scratch;
+    std::string path = scratch.Path("ov_log_setters.log");
     std::string longPath(OV_LOG_PATH_LEN, 'p');
     EXPECT_EQ(OV_LogFileOpen(longPath.c_str(), OV_LOG_PATH_LEN), -22);
     int32_t idx = OV_LogFileOpen(path.c_str(), static_cast<uint32_t>(path.size()));
@@ -102,15 +112,14 @@ TEST(LogFile, RefusesBadArgumentsAndClosedSlots) {
     OV_LogFileClose(idx);
     EXPECT_EQ(OV_LogFileSetBackups(idx, 2), -22);
     EXPECT_NE(ReadFile(path).find("log start...\n\n"), std::string::npos);
-    std::remove(path.c_str());
 }
 
 TEST(LogFile, RotationShiftsBackupsUpAndDropsTheOldest) {
-    std::string path = TempPath("ov_log_rotate.log");
+    Scratch scratch;
+    std::string path = scratch.Path("ov_log_rotate.log");
     for (int k = 0; k < 4; ++k) {
         WriteFile(path + "." + std::to_string(k), "backup" + std::to_string(k));
     }
-    std::remove(path.c_str());
     OV_LogSetTimeSource(ovtest::FixedClock);
     int32_t idx = OV_LogDefaultFileOpenEx(path.c_str(), static_cast<uint32_t>(path.size()), 200, 4);
     ASSERT_GE(idx, 0);
@@ -128,15 +137,11 @@ TEST(LogFile, RotationShiftsBackupsUpAndDropsTheOldest) {
     EXPECT_EQ(ReadFile(path + ".3"), "backup2");
     EXPECT_FALSE(Exists(path + ".4"));
     EXPECT_EQ(ReadFile(path), std::string(kFixedStamp) + "after\n");
-    for (int k = 0; k < 4; ++k) {
-        std::remove((path + "." + std::to_string(k)).c_str());
-    }
-    std::remove(path.c_str());
 }
 
 TEST(LogFile, ReopenGoesOnAppendingToTheFile) {
-    std::string path = TempPath("ov_log_reopen.log");
-    std::remove(path.c_str());
+    Scratch scratch;
+    std::string path = scratch.Path("ov_log_reopen.log");
     OV_LogSetTimeSource(ovtest::FixedClock);
     int32_t idx = OV_LogDefaultFileOpenEx(path.c_str(), static_cast<uint32_t>(path.size()), 0, 0);
     ASSERT_GE(idx, 0);
@@ -148,7 +153,6 @@ TEST(LogFile, ReopenGoesOnAppendingToTheFile) {
     EXPECT_TRUE(
         ReadFile(path).ends_with(std::string(kFixedStamp) + "before\n" + kFixedStamp + "after\n"))
         << ReadFile(path);
-    std::remove(path.c_str());
 }
 
 std::vector<std::pair<std::string, std::string>> g_archived;
@@ -159,8 +163,8 @@ void Archive(const char *src, const char *dst) {
 }
 
 TEST(LogFile, ArchiveCallbackNamesBackupsWithSuffix) {
-    std::string path = TempPath("ov_log_archive.log");
-    std::remove(path.c_str());
+    Scratch scratch;
+    std::string path = scratch.Path("ov_log_archive.log");
     int32_t idx = OV_LogDefaultFileOpenEx(path.c_str(), static_cast<uint32_t>(path.size()), 64, 2);
     ASSERT_GE(idx, 0);
     ASSERT_EQ(OV_LogFileSetArchive(idx, Archive, "gz"), 0);
@@ -171,8 +175,6 @@ TEST(LogFile, ArchiveCallbackNamesBackupsWithSuffix) {
     EXPECT_EQ(g_archived[0].first, path);
     EXPECT_EQ(g_archived[0].second, path + ".0.gz");
     EXPECT_TRUE(Exists(path + ".0.gz"));
-    std::remove((path + ".0.gz").c_str());
-    std::remove(path.c_str());
 }
 
 const char *TestPrefix(uint32_t level) {
