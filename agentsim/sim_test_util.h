@@ -1,10 +1,12 @@
-// Helpers of agentsim's tests (header-only, used by *_test.cpp only): records
-// built from offsets in zeroed buffers, and a raw client that speaks the
-// IMC channel byte by byte so a test sees exactly what the simulator sends.
+// Helpers of agentsim's tests (header-only, used by *_test.cpp only): raw
+// requests, fields put with the converter tests' builder, and a raw client
+// that speaks the IMC channel byte by byte so a test sees exactly what the
+// simulator sends.
 #pragma once
 
 #include "imc/flexmsg.h"
 #include "imc/pipe.h"
+#include "tests/support/record_bytes.h"
 
 #include <cstdint>
 #include <cstring>
@@ -17,17 +19,8 @@ namespace simtest {
 
 using Bytes = std::vector<uint8_t>;
 
-template <typename T>
-void Put(Bytes &rec, size_t offset, T value) {
-    std::memcpy(rec.data() + offset, &value, sizeof value);
-}
-
-template <typename T>
-T Get(const Bytes &rec, size_t offset) {
-    T value;
-    std::memcpy(&value, rec.data() + offset, sizeof value);
-    return value;
-}
+using ovtest::Get;
+using ovtest::Put;
 
 /// The bytes of a request: header (module, function, payload length; the
 /// rest zero) and payload.

@@ -38,9 +38,7 @@ bool Exists(const std::string &path) {
 // interrupted run (or a parallel one) must not decide the outcome.
 class Scratch {
   public:
-    std::string Path(const std::string &leaf) const {
-        return dir_.File(leaf);
-    }
+    std::string Path(const std::string &leaf) const { return dir_.File(leaf); }
 
   private:
     ovtest::ScopedTempDir dir_{"log"};

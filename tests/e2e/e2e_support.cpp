@@ -49,57 +49,6 @@ int ExitOf(int32_t code) {
 #endif
 }
 
-Record &Record::U8(size_t off, uint8_t v) {
-    bytes_.at(off) = v;
-    return *this;
-}
-
-Record &Record::U16(size_t off, uint16_t v) {
-    for (size_t i = 0; i < 2; ++i) {
-        bytes_.at(off + i) = static_cast<uint8_t>(v >> (8 * i));
-    }
-    return *this;
-}
-
-Record &Record::U32(size_t off, uint32_t v) {
-    for (size_t i = 0; i < 4; ++i) {
-        bytes_.at(off + i) = static_cast<uint8_t>(v >> (8 * i));
-    }
-    return *this;
-}
-
-Record &Record::U64(size_t off, uint64_t v) {
-    for (size_t i = 0; i < 8; ++i) {
-        bytes_.at(off + i) = static_cast<uint8_t>(v >> (8 * i));
-    }
-    return *this;
-}
-
-Record &Record::Bytes(size_t off, const std::vector<uint8_t> &v) {
-    for (size_t i = 0; i < v.size(); ++i) {
-        bytes_.at(off + i) = v[i];
-    }
-    return *this;
-}
-
-Record &Record::Text(size_t off, const std::string &v) {
-    for (size_t i = 0; i < v.size(); ++i) {
-        bytes_.at(off + i) = static_cast<uint8_t>(v[i]);
-    }
-    return *this;
-}
-
-std::string Record::Hex() const {
-    static const char kDigits[] = "0123456789abcdef";
-    std::string out;
-    out.reserve(bytes_.size() * 2);
-    for (uint8_t b : bytes_) {
-        out += kDigits[b >> 4];
-        out += kDigits[b & 0xF];
-    }
-    return out;
-}
-
 std::string WithoutLogLines(const std::string &out) {
     std::string kept;
     size_t i = 0;

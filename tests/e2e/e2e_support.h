@@ -4,6 +4,7 @@
 #pragma once
 
 #include "tests/support/process.h"
+#include "tests/support/record_bytes.h"
 
 #include <gtest/gtest.h>
 
@@ -37,22 +38,8 @@ struct PdtoolRun {
 /// The exit status a process reports for a program that returned code.
 int ExitOf(int32_t code);
 
-/// Builds a record: a zeroed buffer with little-endian fields at offsets.
-class Record {
-  public:
-    explicit Record(size_t size) : bytes_(size, 0) {}
-    Record &U8(size_t off, uint8_t v);
-    Record &U16(size_t off, uint16_t v);
-    Record &U32(size_t off, uint32_t v);
-    Record &U64(size_t off, uint64_t v);
-    Record &Bytes(size_t off, const std::vector<uint8_t> &v);
-    Record &Text(size_t off, const std::string &v);
-    std::string Hex() const;
-    size_t Size() const { return bytes_.size(); }
-
-  private:
-    std::vector<uint8_t> bytes_;
-};
+/// Expected payloads are built as the converter tests build theirs.
+using Record = ovtest::RecordBytes<>;
 
 /// Removes every "[yyyy/mm/dd_hh:mm:ss.mmm]...\n" log line, wherever it starts.
 std::string WithoutLogLines(const std::string &out);

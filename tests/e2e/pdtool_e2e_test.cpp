@@ -24,13 +24,6 @@ constexpr const char *kSuccess = "Operation success\n";
 constexpr const char *kInvalidArg = "Operation failed ret = -22 (Invalid argument)";
 constexpr const char *kAbsent = "Operation failed ret = -2 (No such file or directory)";
 
-std::string Hex(const void *bytes, size_t n) {
-    Record r(n);
-    r.Bytes(0, std::vector<uint8_t>(static_cast<const uint8_t *>(bytes),
-                                    static_cast<const uint8_t *>(bytes) + n));
-    return r.Hex();
-}
-
 // The record pdtool's own converter makes of text, converted here in the
 // test process; the converter's bytes are pinned by its unit tests.
 template <typename Conf>
@@ -39,7 +32,7 @@ std::string Converted(int32_t (*convert)(Conf *, const char *), const std::strin
     std::memset(conf.get(), 0, sizeof(Conf));
     ovtest::StdoutCapture quiet;
     EXPECT_EQ(convert(conf.get(), text.c_str()), 0);
-    return Hex(conf.get(), sizeof(Conf));
+    return ovtest::HexOf({reinterpret_cast<const uint8_t *>(conf.get()), sizeof(Conf)});
 }
 
 std::string Cmd(const std::string &word, const std::string &arg) {
