@@ -7,6 +7,7 @@
 #include "imc/flexmsg.h"
 #include "imc/pipe.h"
 #include "tests/support/record_bytes.h"
+#include "tests/support/test_server.h"
 
 #include <cstdint>
 #include <cstring>
@@ -22,17 +23,9 @@ using Bytes = std::vector<uint8_t>;
 using ovtest::Get;
 using ovtest::Put;
 
-/// The bytes of a request: header (module, function, payload length; the
-/// rest zero) and payload.
+/// The bytes of a request: header (module, function, payload length) and payload.
 inline Bytes Request(uint8_t module, uint16_t function, const Bytes &payload) {
-    Bytes out(IMC_HEADER_LEN + payload.size(), 0);
-    out[0] = module;
-    Put<uint16_t>(out, 2, function);
-    Put<uint64_t>(out, 8, payload.size());
-    if (!payload.empty()) {
-        std::memcpy(out.data() + IMC_HEADER_LEN, payload.data(), payload.size());
-    }
-    return out;
+    return ovtest::Concat(ovtest::RequestHeader(module, function, payload.size()), payload);
 }
 
 /// A client end of the channel on which a test writes raw bytes and reads

@@ -3,6 +3,7 @@
 
 #include "base/errors.h"
 #include "imc/imc_agent.h"
+#include "tests/support/record_bytes.h"
 
 #include <chrono>
 #include <cstring>
@@ -14,24 +15,20 @@ namespace {
 constexpr uint32_t kAcceptSliceMs = 100;
 constexpr uint32_t kIdleSliceMs = 100;
 
-void Put(Bytes *b, size_t offset, const void *value, size_t n) {
-    std::memcpy(b->data() + offset, value, n);
-}
-
 } // namespace
 
 Bytes RequestHeader(uint8_t module, uint16_t func, uint64_t payloadLen) {
     Bytes b(16, 0);
-    Put(&b, 0, &module, 1);
-    Put(&b, 2, &func, 2);
-    Put(&b, 8, &payloadLen, 8);
+    Put(b, 0, module);
+    Put(b, 2, func);
+    Put(b, 8, payloadLen);
     return b;
 }
 
 Bytes ReplyHeader(int32_t status, uint64_t payloadLen) {
     Bytes b(16, 0);
-    Put(&b, 0, &status, 4);
-    Put(&b, 8, &payloadLen, 8);
+    Put(b, 0, status);
+    Put(b, 8, payloadLen);
     return b;
 }
 
