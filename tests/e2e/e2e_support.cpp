@@ -32,13 +32,6 @@ bool IsStampAt(const std::string &s, size_t i) {
     return true;
 }
 
-std::string ReadAll(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
 } // namespace
 
 int ExitOf(int32_t code) {
@@ -153,7 +146,7 @@ PdtoolRun AgentTest::Pdtool(const char *arg) {
 
 std::vector<Request> AgentTest::Journal() {
     std::vector<Request> out;
-    std::istringstream lines(ReadAll(journal_));
+    std::istringstream lines(ovtest::ReadWholeFile(journal_));
     std::string line;
     while (std::getline(lines, line)) {
         if (line.empty()) {
@@ -166,27 +159,24 @@ std::vector<Request> AgentTest::Journal() {
         }
         Request r;
         json_object *v = nullptr;
-        if (json_object_object_get_ex(obj, "module", &v)) {
-            r.module = json_object_get_int(v);
+        auto field = [&](const char *key) {
+            return json_object_object_get_ex(obj, key, &v) && v != nullptr;
+        };
+        for (auto [key, to] :
+             {std::pair{"module", &r.module}, {"function", &r.function}, {"status", &r.status}}) {
+            if (field(key)) {
+                *to = json_object_get_int(v);
+            }
         }
-        if (json_object_object_get_ex(obj, "function", &v)) {
-            r.function = json_object_get_int(v);
-        }
-        if (json_object_object_get_ex(obj, "command", &v) && v != nullptr) {
-            r.command = json_object_get_string(v);
-        }
-        if (json_object_object_get_ex(obj, "status", &v)) {
-            r.status = json_object_get_int(v);
-        }
-        if (json_object_object_get_ex(obj, "payload", &v) && v != nullptr) {
-            r.payloadHex = json_object_get_string(v);
+        for (auto [key, to] :
+             {std::pair{"command", &r.command}, {"payload", &r.payloadHex}, {"fault", &r.fault}}) {
+            if (field(key)) {
+                *to = json_object_get_string(v);
+            }
         }
         if (json_object_object_get_ex(obj, "record", &v)) {
             r.record = json_object_to_json_string_ext(v, JSON_C_TO_STRING_PLAIN |
                                                              JSON_C_TO_STRING_NOSLASHESCAPE);
-        }
-        if (json_object_object_get_ex(obj, "fault", &v) && v != nullptr) {
-            r.fault = json_object_get_string(v);
         }
         json_object_put(obj);
         out.push_back(r);
