@@ -115,5 +115,11 @@ trap ov_wine_stop EXIT
 run_preset windows
 run_cpack windows
 
+# For the record, not a gate: how much of the C/C++ code is tests.
+share_tool="$root/../shared/tools/test-share.sh"
+if [ -f "$share_tool" ]; then
+  echo "== $(bash "$share_tool")"
+fi
+
 echo "${total_passed} passed, ${total_failed} failed"
 [ "$total_failed" -eq 0 ]
