@@ -1,6 +1,8 @@
 // Test support: the parts of the process layer both platforms share.
 #include "tests/support/process.h"
 
+#include "tests/support/process_capture.h"
+
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -10,6 +12,26 @@
 #include <thread>
 
 namespace ovtest {
+
+int Process::ExitStatus() const {
+    return OutputOf(*impl_).ended ? OutputOf(*impl_).status : -1;
+}
+
+std::string Process::Stdout() const {
+    return OutputOf(*impl_).out.Text();
+}
+
+std::string Process::Stderr() const {
+    return OutputOf(*impl_).err.Text();
+}
+
+bool Process::WaitForStdout(const std::string &needle, uint32_t timeoutMs) const {
+    return OutputOf(*impl_).out.WaitFor(needle, timeoutMs);
+}
+
+bool Process::WaitForStderr(const std::string &needle, uint32_t timeoutMs) const {
+    return OutputOf(*impl_).err.WaitFor(needle, timeoutMs);
+}
 
 ProcessResult RunProcess(const std::vector<std::string> &argv, uint32_t timeoutMs,
                          const EnvOverrides &env) {

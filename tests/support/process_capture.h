@@ -1,12 +1,15 @@
-// Test support, internal to process_*.cpp: text a child writes to one of its
+// Test support, internal to process*.cpp: text a child writes to one of its
 // streams, appended by a reader thread and read (or waited for) by tests.
 #pragma once
+
+#include "tests/support/process.h"
 
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <thread>
 
 namespace ovtest {
 
@@ -34,5 +37,27 @@ class CapturedText {
     mutable std::condition_variable changed_;
     std::string text_;
 };
+
+/// What a child's two streams and its end leave behind; each platform's
+/// Process::Impl adds its handle to it.
+struct ChildOutput {
+    bool ended = false;
+    int status = -1;
+    CapturedText out;
+    CapturedText err;
+    std::thread outReader;
+    std::thread errReader;
+
+    void JoinReaders() {
+        for (std::thread *t : {&outReader, &errReader}) {
+            if (t->joinable()) {
+                t->join();
+            }
+        }
+    }
+};
+
+/// The shared part of a platform's Process::Impl.
+const ChildOutput &OutputOf(const Process::Impl &impl);
 
 } // namespace ovtest

@@ -11,25 +11,14 @@
 
 namespace ovtest {
 
-struct Process::Impl {
+struct Process::Impl : ChildOutput {
     HANDLE process = nullptr;
     DWORD pid = 0;
-    bool ended = false;
-    int status = -1;
-    CapturedText out;
-    CapturedText err;
-    std::thread outReader;
-    std::thread errReader;
-
-    void JoinReaders() {
-        if (outReader.joinable()) {
-            outReader.join();
-        }
-        if (errReader.joinable()) {
-            errReader.join();
-        }
-    }
 };
+
+const ChildOutput &OutputOf(const Process::Impl &impl) {
+    return impl;
+}
 
 namespace {
 
@@ -251,26 +240,6 @@ void Process::Kill() {
     }
     TerminateProcess(impl_->process, 1);
     Reap(impl_.get(), INFINITE);
-}
-
-int Process::ExitStatus() const {
-    return impl_->ended ? impl_->status : -1;
-}
-
-std::string Process::Stdout() const {
-    return impl_->out.Text();
-}
-
-std::string Process::Stderr() const {
-    return impl_->err.Text();
-}
-
-bool Process::WaitForStdout(const std::string &needle, uint32_t timeoutMs) const {
-    return impl_->out.WaitFor(needle, timeoutMs);
-}
-
-bool Process::WaitForStderr(const std::string &needle, uint32_t timeoutMs) const {
-    return impl_->err.WaitFor(needle, timeoutMs);
 }
 
 } // namespace ovtest

@@ -3,7 +3,6 @@
 
 #include "base/errors.h"
 #include "imc/imc_agent.h"
-#include "tests/support/record_bytes.h"
 
 #include <chrono>
 #include <cstring>
@@ -14,6 +13,11 @@ namespace {
 
 constexpr uint32_t kAcceptSliceMs = 100;
 constexpr uint32_t kIdleSliceMs = 100;
+
+template <typename T>
+void Put(Bytes &b, size_t offset, T value) {
+    std::memcpy(b.data() + offset, &value, sizeof value);
+}
 
 } // namespace
 
