@@ -1,5 +1,8 @@
 #include "cli/kvscan.h"
 
+#include "cli/handlers.h"
+#include "tests/support/capture.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -63,13 +66,14 @@ TEST(KvScan, WordConversionRespectsItsBuffer) {
     EXPECT_STREQ(name, "keep");
 }
 
-TEST(KvNumberAfter, ReadsLikeAtoiAfterTheFirstKey) {
+TEST(KvNumberAfter, ReadsLikeAtoiAfterTheFirstKeyAndAShaperIdIs0To255) {
     struct Case {
         const char *text;
         bool found;
         int32_t value;
     };
     const Case cases[] = {
+        {"shaperId=0", true, 0},
         {"shaperId=7", true, 7},
         {"x shaperId=  -1 shaperId=3", true, -1},
         {"shaperId=256", true, 256},
@@ -80,12 +84,18 @@ TEST(KvNumberAfter, ReadsLikeAtoiAfterTheFirstKey) {
         {"shaperId=-99999999999", true, -2147483647 - 1},
         {"shaperid=1", false, 0},
     };
+    ovtest::StdoutCapture quiet;
     for (const Case &c : cases) {
         int32_t v = -12345;
         EXPECT_EQ(KvNumberAfter(c.text, "shaperId=", &v), c.found) << c.text;
         if (c.found) {
             EXPECT_EQ(v, c.value) << c.text;
         }
+        // A shaper id is 0 to 255.
+        uint8_t id = 99;
+        bool valid = c.found && c.value >= 0 && c.value <= 255;
+        EXPECT_EQ(ShaperIdArg(c.text, &id), valid) << c.text;
+        EXPECT_EQ(id, valid ? c.value : 99) << c.text;
     }
 }
 

@@ -25,8 +25,15 @@ class ImcConfClientTest : public testing::Test {
         OV_ImcConfClientSetPipeName(name_.c_str());
     }
     void TearDown() override {
+        ovtest::StdoutCapture capture;
         OV_ImcConfClientExit();
         OV_ImcConfClientSetPipeName(nullptr);
+        server_.reset();
+        // Every message went back and the module is stopped: nothing can be allocated.
+        FlexMsg *left = OV_FlexMsgAlloc();
+        EXPECT_EQ(left, nullptr);
+        OV_FlexMsgFree(left);
+        EXPECT_EQ(ovtest::CountOf(capture.Take(), "with memory leak"), 0u);
     }
 
     /// Starts the server with a script and connects the client to it.
@@ -154,6 +161,11 @@ int Remember(const void *reply, uint64_t len, void *ctx) {
     return 42;
 }
 
+int Refuse(void *, uint32_t, const void *, uint64_t, uint32_t *more, void *) {
+    *more = 1;
+    return -22;
+}
+
 TEST_F(ImcConfClientTest, GetByFuncHandsThePayloadToTheHandler) {
     Start(ovtest::ReplyToEach(0, {7, 8, 9}));
     Seen seen;
@@ -168,9 +180,14 @@ TEST_F(ImcConfClientTest, GetByFuncReportsAgentFailureWithoutCallingTheHandler) 
     Seen seen;
     ovtest::StdoutCapture capture;
     EXPECT_EQ(OV_ImcConfGetByFunc(4, 1, nullptr, 0, Remember, &seen), -22);
+    EXPECT_EQ(OV_ImcConfGetMultiByFunc(4, 1, nullptr, 0, Refuse, nullptr), -22);
     EXPECT_EQ(seen.calls, 0);
-    EXPECT_TRUE(ovtest::HasLogLine(capture.Take(), "<Error>", "OV_ImcConfGetByFunc",
-                                   "Failed to call OV_ImcConfigure Invalid argument"));
+    std::string out = capture.Take();
+    for (const char *caller : {"OV_ImcConfGetByFunc", "OV_ImcConfGetMultiByFunc"}) {
+        EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", caller,
+                                       "Failed to call OV_ImcConfigure Invalid argument"))
+            << out;
+    }
 }
 
 // Pages through a table: the request carries the page number, the reply
@@ -202,11 +219,6 @@ TEST_F(ImcConfClientTest, MultiGetPagesWhileTheHandlerAsksForMore) {
     for (uint8_t i = 0; i < 4; ++i) {
         EXPECT_EQ(requests[i], ovtest::Concat(ovtest::RequestHeader(15, 3, 1), {i}));
     }
-}
-
-int Refuse(void *, uint32_t, const void *, uint64_t, uint32_t *more, void *) {
-    *more = 1;
-    return -22;
 }
 
 TEST_F(ImcConfClientTest, MultiGetStopsAtAFailingHandler) {
@@ -325,6 +337,7 @@ TEST_F(ImcConfClientTest, ExitTwiceReleasesEverythingOnce) {
     OV_FlexMsgFree(msg);
     EXPECT_EQ(ovtest::CountOf(capture.Take(), "unregister memory module FlexMsg"), 0u);
     ASSERT_EQ(OV_ImcConfClientInit(), 0);
+    ASSERT_EQ(OV_ImcConfClientInit(), 0) << "a second start first releases the first";
     EXPECT_EQ(OV_ImcConfSet(10, 1, nullptr, 0), 0);
 }
 

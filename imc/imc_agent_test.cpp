@@ -31,7 +31,7 @@ class ImcAgentTest : public testing::Test {
 
     Bytes Data() const { return Bytes(msg_->data, msg_->data + msg_->length); }
 
-    /// Runs script on the server end while the test writes `sent` as a client.
+    /// Runs script on the server end while the test, as a client, writes `sent` and goes.
     void Exchange(const Bytes &sent, ovtest::ConnScript script) {
         std::wstring name = ovtest::UniquePipeName("agent");
         TestServer server(name, std::move(script));
@@ -41,6 +41,8 @@ class ImcAgentTest : public testing::Test {
         ASSERT_EQ(OV_FlexMsgAppend(out, sent.data(), sent.size()), 0);
         EXPECT_EQ(OV_ImcSendAll(client_, out), 0);
         OV_FlexMsgFree(out);
+        OV_ImcClose(client_);
+        client_ = OV_INVALID_PIPE_HANDLE;
         while (server.Served() == 0) {
             OV_SleepMs(5);
         }
@@ -77,32 +79,35 @@ TEST_F(ImcAgentTest, ReceivesBackToBackRequestsExactly) {
     EXPECT_EQ(got[1], second);
 }
 
-TEST_F(ImcAgentTest, RejectsModule25WithItsMessage) {
-    int32_t rc = 0;
-    ovtest::StdoutCapture capture;
-    Exchange(ovtest::Concat(ovtest::RequestHeader(25, 1, 2), {1, 2}),
-             [&](TestServer &, OV_PipeConn *conn, int) {
-                 FlexMsg *msg = OV_FlexMsgAlloc();
-                 rc = OV_ImcAgentRecvRequest(conn, msg, 1000);
-                 EXPECT_EQ(msg->length, 0u);
-                 OV_FlexMsgFree(msg);
-             });
-    EXPECT_EQ(rc, -22);
-    EXPECT_TRUE(ovtest::HasLogLine(capture.Take(), "<Error>", "OV_ImcAgentRecvRequest",
-                                   "Check request header failed, the configurations is invaild"));
-}
-
-TEST_F(ImcAgentTest, RefusesAPayloadItCannotHold) {
-    int32_t rc = 0;
-    ovtest::StdoutCapture capture;
-    Exchange(ovtest::RequestHeader(3, 1, UINT64_MAX), [&](TestServer &, OV_PipeConn *conn, int) {
-        FlexMsg *msg = OV_FlexMsgAlloc();
-        rc = OV_ImcAgentRecvRequest(conn, msg, 1000);
-        OV_FlexMsgFree(msg);
-    });
-    EXPECT_EQ(rc, -12);
-    EXPECT_TRUE(ovtest::HasLogLine(capture.Take(), "<Error>", "OV_ImcAgentRecvRequest",
-                                   "Failed to call OV_FlexMsgDataMaybePull"));
+TEST_F(ImcAgentTest, RefusedOrCutRequestsLeaveTheMessageEmpty) {
+    struct Case {
+        Bytes sent;
+        int32_t rc;
+        const char *line;
+    };
+    const Case cases[] = {
+        {ovtest::Concat(ovtest::RequestHeader(25, 1, 2), {1, 2}), -22,
+         "Check request header failed, the configurations is invaild"},
+        {ovtest::RequestHeader(3, 1, UINT64_MAX), -12, "Failed to call OV_FlexMsgDataMaybePull"},
+        {Bytes(5, 3), -32, nullptr}, // cut in the header
+        {ovtest::Concat(ovtest::RequestHeader(3, 1, 5), {1, 2}), -32, nullptr},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(&c - cases);
+        int32_t rc = 0;
+        ovtest::StdoutCapture capture;
+        Exchange(c.sent, [&](TestServer &, OV_PipeConn *conn, int) {
+            FlexMsg *msg = OV_FlexMsgAlloc();
+            rc = OV_ImcAgentRecvRequest(conn, msg, 1000);
+            EXPECT_EQ(msg->length, 0u);
+            OV_FlexMsgFree(msg);
+        });
+        EXPECT_EQ(rc, c.rc);
+        std::string out = capture.Take();
+        EXPECT_TRUE(c.line == nullptr ||
+                    ovtest::HasLogLine(out, "<Error>", "OV_ImcAgentRecvRequest", c.line))
+            << out;
+    }
 }
 
 TEST_F(ImcAgentTest, IdleWaitConsumesNothing) {

@@ -3,6 +3,7 @@
 #include "imc/pipe.h"
 #include "imc/pipe_server.h"
 
+#include "base/platform.h"
 #include "tests/support/capture.h"
 #include "tests/support/test_server.h"
 
@@ -10,11 +11,15 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <string>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -50,12 +55,15 @@ TEST(ImcPipePosixPath, MapsPipeNamesIntoThePipeDirectory) {
     EXPECT_EQ(PathOf(OV_IMC_CONF_PIPE_NAME), "/tmp/d/imc_config_pipe");
     EXPECT_EQ(PathOf(L"\\\\.\\PIPE\\x"), "/tmp/d/x");
     EXPECT_EQ(PathOf(L"\\\\.\\pipe\\caf\u00e9"), "/tmp/d/caf\xc3\xa9");
+    EXPECT_EQ(PathOf(L"\\\\.\\pipe\\\u20ac\U0001F600"), "/tmp/d/\xe2\x82\xac\xf0\x9f\x98\x80");
     for (const wchar_t *bad : {L"imc_config_pipe", L"\\\\.\\pipe\\", L"\\\\.\\pipe\\..",
                                L"\\\\.\\pipe\\a/b", L"\\\\.\\pip", L""}) {
         EXPECT_EQ(PathOf(bad), "-");
     }
-    std::wstring longName = L"\\\\.\\pipe\\" + std::wstring(110, L'n');
-    EXPECT_EQ(PathOf(longName.c_str()), "-") << "does not fit a socket address";
+    // "/tmp/d/" and 100 characters fill the 108 bytes with the NUL; one more does not fit.
+    std::wstring longName = L"\\\\.\\pipe\\" + std::wstring(100, L'n');
+    EXPECT_EQ(PathOf(longName.c_str()).size(), 107u);
+    EXPECT_EQ(PathOf((longName + L"n").c_str()), "-");
 }
 
 class ImcPipePosixTest : public testing::Test {
@@ -126,6 +134,45 @@ TEST_F(ImcPipePosixTest, SocketFileIsPrivateAndRemovedOnDestroy) {
     EXPECT_NE(stat(path, &st), 0);
     rmdir(dir.c_str());
     setenv("OV_PIPE_DIR", path_.substr(0, path_.rfind('/')).c_str(), 1);
+}
+
+// One instance, one client queued: an accept that fails for want of a
+// descriptor gives the instance back, and the client that had to wait for
+// room gets a handle that never blocks (a stalled agent times out, never hangs).
+TEST_F(ImcPipePosixTest, FailedAcceptFreesItsInstanceAndWaitedClientNeverBlocks) {
+    OV_PipeServer *server = nullptr;
+    ASSERT_EQ(OV_PipeServerCreate(name_.c_str(), 1, &server), 0);
+    OV_PipeHandle queued = OV_INVALID_PIPE_HANDLE;
+    OV_PipeHandle waited = OV_INVALID_PIPE_HANDLE;
+    ASSERT_EQ(OV_ImcConnect(name_.c_str(), 0, &queued), 0);
+    rlimit saved{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
+    rlimit low = saved;
+    low.rlim_cur = 64;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
+    std::vector<int> fill;
+    for (int fd; (fd = dup(static_cast<int>(queued))) >= 0;) {
+        fill.push_back(fd);
+    }
+    OV_PipeConn *conn = nullptr;
+    int32_t rc = OV_PipeServerAccept(server, 1000, &conn);
+    for (int fd : fill) {
+        close(fd);
+    }
+    setrlimit(RLIMIT_NOFILE, &saved);
+    EXPECT_EQ(rc, -24);
+    std::thread taker([&] {
+        OV_SleepMs(100);
+        rc = OV_PipeServerAccept(server, 1000, &conn);
+    });
+    EXPECT_EQ(OV_ImcConnect(name_.c_str(), 0, &waited), 0);
+    taker.join();
+    ASSERT_EQ(rc, 0);
+    EXPECT_NE(fcntl(static_cast<int>(waited), F_GETFL) & O_NONBLOCK, 0);
+    OV_PipeConnClose(conn);
+    OV_ImcClose(queued);
+    OV_ImcClose(waited);
+    OV_PipeServerDestroy(server);
 }
 
 } // namespace

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <string>
 #include <thread>
 
@@ -153,32 +154,39 @@ TEST_F(PipeServerTest, ClientOfAnInstanceListenedOnAnEndedThreadIsServed) {
     OV_PipeServerDestroy(server);
 }
 
-TEST_F(PipeServerTest, ReadsReportTheClientLeavingAndTimeOuts) {
+TEST_F(PipeServerTest, ReadsResumeAfterAPauseAndReportTheClientLeavingAndTimeOuts) {
     std::wstring name = ovtest::UniquePipeName("gone");
-    int32_t idleRc = 0;
-    int32_t goneRc = 0;
-    size_t got = 99;
+    int32_t rcs[3] = {};
+    size_t got[2] = {99, 99};
+    uint8_t buf[16] = {};
     {
         TestServer server(name, [&](TestServer &, OV_PipeConn *conn, int) {
-            uint8_t buf[8];
-            idleRc = OV_PipeConnRead(conn, buf, sizeof buf, 50, nullptr);
-            goneRc = OV_PipeConnRead(conn, buf, sizeof buf, 3000, &got);
+            rcs[0] = OV_PipeConnRead(conn, buf, 8, 50, nullptr);
+            rcs[1] = OV_PipeConnRead(conn, buf, 8, 3000, &got[0]);
+            rcs[2] = OV_PipeConnRead(conn, buf + 8, 8, 3000, &got[1]);
         });
         OV_PipeHandle h = OV_INVALID_PIPE_HANDLE;
         ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &h), 0);
         OV_SleepMs(200);
         FlexMsg *msg = OV_FlexMsgAlloc();
-        ASSERT_EQ(OV_FlexMsgAppend(msg, "abc", 3), 0);
-        EXPECT_EQ(OV_ImcSendAll(h, msg), 0);
+        for (const char *part : {"abc", "defghijk"}) {
+            OV_FlexMsgReset(msg);
+            ASSERT_EQ(OV_FlexMsgAppend(msg, part, std::strlen(part)), 0);
+            EXPECT_EQ(OV_ImcSendAll(h, msg), 0);
+            OV_SleepMs(100);
+        }
         OV_FlexMsgFree(msg);
         OV_ImcClose(h);
         while (server.Served() == 0) {
             OV_SleepMs(5);
         }
     }
-    EXPECT_EQ(idleRc, -138);
-    EXPECT_EQ(goneRc, -32);
-    EXPECT_EQ(got, 3u);
+    EXPECT_EQ(rcs[0], -138);
+    EXPECT_EQ(rcs[1], 0);
+    EXPECT_EQ(rcs[2], -32);
+    EXPECT_EQ(got[0], 8u);
+    EXPECT_EQ(got[1], 3u);
+    EXPECT_EQ(std::string(buf, buf + 16), std::string("abcdefghijk") + std::string(5, '\0'));
 }
 
 } // namespace
