@@ -1,7 +1,6 @@
 #include "cli/kvscan.h"
 
 #include "cli/handlers.h"
-#include "tests/support/capture.h"
 
 #include <gtest/gtest.h>
 
@@ -84,7 +83,6 @@ TEST(KvNumberAfter, ReadsLikeAtoiAfterTheFirstKeyAndAShaperIdIs0To255) {
         {"shaperId=-99999999999", true, -2147483647 - 1},
         {"shaperid=1", false, 0},
     };
-    ovtest::StdoutCapture quiet;
     for (const Case &c : cases) {
         int32_t v = -12345;
         EXPECT_EQ(KvNumberAfter(c.text, "shaperId=", &v), c.found) << c.text;
