@@ -31,12 +31,10 @@ TEST(ErrorMapping, PosixErrnoGivesTheSameNumbersAsWindows) {
         int err;
         int32_t expected;
     };
-    const Case cases[] = {
-        {0, 0},        {ENOENT, -2},      {ECONNREFUSED, -2},
-        {EPIPE, -32},  {ECONNRESET, -32}, {ETIMEDOUT, -254},
-        {EACCES, -1},  {EPERM, -1},       {ENOMEM, -12},
-        {EAGAIN, -11}, {EINVAL, -22},     {-7, -7},
-    };
+    const Case cases[] = {{0, 0},        {ENOENT, -2},      {ECONNREFUSED, -2},
+                          {EPIPE, -32},  {ECONNRESET, -32}, {ETIMEDOUT, -254},
+                          {EACCES, -1},  {EPERM, -1},       {ENOMEM, -12},
+                          {EAGAIN, -11}, {EINVAL, -22},     {-7, -7}};
     for (const Case &c : cases) {
         EXPECT_EQ(OV_PosixErrToErrno(c.err), c.expected) << "errno " << c.err;
     }
@@ -47,27 +45,25 @@ TEST(ErrorText, UsesTheWindowsRuntimeTextsOnEveryBuild) {
         int32_t number;
         const char *text;
     };
-    const Case cases[] = {
-        {0, "No error"},
-        {2, "No such file or directory"},
-        {12, "Not enough space"},
-        {16, "Resource device"},
-        {22, "Invalid argument"},
-        {32, "Broken pipe"},
-        {42, "Illegal byte sequence"},
-        {15, "Unknown error"},
-        {43, "Unknown error"},
-        {99, "Unknown error"},
-        {100, "address in use"},
-        {119, "no buffer space"},
-        {120, "no message available"},
-        {132, "value too large"},
-        {138, "timed out"},
-        {140, "operation would block"},
-        {141, "Unknown error"},
-        {254, "Unknown error"},
-        {-22, "Unknown error"},
-    };
+    const Case cases[] = {{0, "No error"},
+                          {2, "No such file or directory"},
+                          {12, "Not enough space"},
+                          {16, "Resource device"},
+                          {22, "Invalid argument"},
+                          {32, "Broken pipe"},
+                          {42, "Illegal byte sequence"},
+                          {15, "Unknown error"},
+                          {43, "Unknown error"},
+                          {99, "Unknown error"},
+                          {100, "address in use"},
+                          {119, "no buffer space"},
+                          {120, "no message available"},
+                          {132, "value too large"},
+                          {138, "timed out"},
+                          {140, "operation would block"},
+                          {141, "Unknown error"},
+                          {254, "Unknown error"},
+                          {-22, "Unknown error"}};
     for (const Case &c : cases) {
         EXPECT_STREQ(OV_StrError(c.number), c.text) << "number " << c.number;
     }

@@ -34,16 +34,6 @@ bool Exists(const std::string &path) {
     return std::ifstream(path).good();
 }
 
-// Each test writes in a directory of its own: files left by an earlier,
-// interrupted run (or a parallel one) must not decide the outcome.
-class Scratch {
-  public:
-    std::string Path(const std::string &leaf) const { return dir_.File(leaf); }
-
-  private:
-    ovtest::ScopedTempDir dir_{"log"};
-};
-
 TEST(Log, LinesAreTimeStampedAndWrittenWhole) {
     StdoutCapture cap;
     int n = OV_Log("<Error>[%s:%d]Failed to alloc msg\n", "OV_ImcConfSet", 42);
@@ -81,40 +71,32 @@ TEST(Log, TimeStampFieldsArePaddedAndNeverCut) {
     }
 }
 
-TEST(LogFile, SixtyFifthFileIsRefused) {
-    Scratch scratch;
-    std::string path = scratch.Path("ov_log_many.log");
-    std::vector<int32_t> slots;
-    for (int i = 0; i < OV_LOG_FILE_MAX; ++i) {
-        int32_t idx = OV_LogFileOpen(path.c_str(), static_cast<uint32_t>(path.size()));
-        ASSERT_GE(idx, 0) << i;
-        slots.push_back(idx);
-    }
-    EXPECT_EQ(OV_LogFileOpen(path.c_str(), static_cast<uint32_t>(path.size())), -2);
-    for (int32_t idx : slots) {
-        OV_LogFileClose(idx);
-    }
-}
-
-TEST(LogFile, RefusesBadArgumentsAndClosedSlots) {
-    Scratch scratch;
-    std::string path = scratch.Path("ov_log_setters.log");
+TEST(LogFile, RefusesBadArgumentsClosedSlotsAndASixtyFifthFile) {
+    ovtest::ScopedTempDir dir{"log"}; // files of an earlier run must not decide the outcome
+    std::string path = dir.File("ov_log_setters.log");
     std::string longPath(OV_LOG_PATH_LEN, 'p');
     EXPECT_EQ(OV_LogFileOpen(longPath.c_str(), OV_LOG_PATH_LEN), -22);
-    int32_t idx = OV_LogFileOpen(path.c_str(), static_cast<uint32_t>(path.size()));
-    ASSERT_GE(idx, 0);
+    std::vector<int32_t> slots;
+    for (int i = 0; i < OV_LOG_FILE_MAX; ++i) {
+        slots.push_back(OV_LogFileOpen(path.c_str(), static_cast<uint32_t>(path.size())));
+        ASSERT_GE(slots.back(), 0) << i;
+    }
+    EXPECT_EQ(OV_LogFileOpen(path.c_str(), static_cast<uint32_t>(path.size())), -2);
+    int32_t idx = slots[0];
     EXPECT_EQ(OV_LogFileGetRotate(idx, nullptr), -22);
     EXPECT_EQ(OV_LogFileSetMaxSize(OV_LOG_FILE_MAX, 1), -22);
     EXPECT_EQ(OV_LogFileSetArchive(idx, nullptr, "0123456789abcdef"), -22);
     EXPECT_EQ(OV_LogFileSetArchive(idx, nullptr, "0123456789abcde"), 0);
-    OV_LogFileClose(idx);
+    for (int32_t slot : slots) {
+        OV_LogFileClose(slot);
+    }
     EXPECT_EQ(OV_LogFileSetBackups(idx, 2), -22);
     EXPECT_NE(ReadFile(path).find("log start...\n\n"), std::string::npos);
 }
 
 TEST(LogFile, RotationShiftsBackupsUpAndDropsTheOldest) {
-    Scratch scratch;
-    std::string path = scratch.Path("ov_log_rotate.log");
+    ovtest::ScopedTempDir dir{"log"};
+    std::string path = dir.File("ov_log_rotate.log");
     for (int k = 0; k < 4; ++k) {
         WriteFile(path + "." + std::to_string(k), "backup" + std::to_string(k));
     }
@@ -138,8 +120,8 @@ TEST(LogFile, RotationShiftsBackupsUpAndDropsTheOldest) {
 }
 
 TEST(LogFile, ReopenGoesOnAppendingToTheFile) {
-    Scratch scratch;
-    std::string path = scratch.Path("ov_log_reopen.log");
+    ovtest::ScopedTempDir dir{"log"};
+    std::string path = dir.File("ov_log_reopen.log");
     OV_LogSetTimeSource(ovtest::FixedClock);
     int32_t idx = OV_LogDefaultFileOpenEx(path.c_str(), static_cast<uint32_t>(path.size()), 0, 0);
     ASSERT_GE(idx, 0);
@@ -161,8 +143,8 @@ void Archive(const char *src, const char *dst) {
 }
 
 TEST(LogFile, ArchiveCallbackNamesBackupsWithSuffix) {
-    Scratch scratch;
-    std::string path = scratch.Path("ov_log_archive.log");
+    ovtest::ScopedTempDir dir{"log"};
+    std::string path = dir.File("ov_log_archive.log");
     int32_t idx = OV_LogDefaultFileOpenEx(path.c_str(), static_cast<uint32_t>(path.size()), 64, 2);
     ASSERT_GE(idx, 0);
     ASSERT_EQ(OV_LogFileSetArchive(idx, Archive, "gz"), 0);

@@ -81,22 +81,4 @@ TEST(UsageText, HasItsSectionsAndSamplesInPlace) {
     EXPECT_LT(usage.size(), 9000u);
 }
 
-TEST(CommandTable, HasTheFortySixRowsInTheirOrder) {
-    EXPECT_EQ(sizeof g_cmdTable / sizeof g_cmdTable[0], 46u);
-    struct Spot {
-        size_t row;
-        const char *name;
-        uint16_t id;
-    };
-    const Spot spots[] = {{0, "set_policy", 0x0000},      {6, "set_dns", 0x0300},
-                          {8, "set_dns_proxy", 0x0400},   {10, "set_cpe_ip", 0x0005},
-                          {13, "del_pop_ip", 0x000a},     {18, "set_conn_cmd", 0x001a},
-                          {23, "get_sa_cluster", 0x0007}, {28, "set_engine_pcapEnable", 0x000a},
-                          {45, "set_engine_srtt", 0x0015}};
-    for (const Spot &s : spots) {
-        EXPECT_STREQ(g_cmdTable[s.row].name, s.name);
-        EXPECT_EQ(g_cmdTable[s.row].id, s.id) << s.name;
-    }
-}
-
 } // namespace
