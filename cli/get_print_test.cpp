@@ -14,7 +14,7 @@
 
 namespace {
 
-TEST(Formatters, BoundedFormatterCutsAndReportsTheSize) {
+TEST(Formatters, CutAtTheBufferEndAndPrettyTextIsNullForNullTexts) {
     char buf[8];
     EXPECT_EQ(CmdSnprintf(buf, 0, "%s", "abc"), 0u);
     EXPECT_EQ(CmdSnprintf(buf, sizeof buf, "%s", "abc"), 3u);
@@ -22,20 +22,16 @@ TEST(Formatters, BoundedFormatterCutsAndReportsTheSize) {
     EXPECT_EQ(CmdSnprintf(buf, sizeof buf, "%s", "1234567"), 7u);
     EXPECT_EQ(CmdSnprintf(buf, sizeof buf, "%s", "12345678"), 8u);
     EXPECT_STREQ(buf, "1234567");
-}
 
-TEST(Formatters, AppendingFormatterStopsAtTheLastByte) {
-    char buf[10];
-    char *end = buf + sizeof buf;
-    char *pos = CmdAppendf(buf, end, "%s", "abcd");
-    EXPECT_EQ(pos, buf + 4);
+    char line[10];
+    char *end = line + sizeof line;
+    char *pos = CmdAppendf(line, end, "%s", "abcd");
+    EXPECT_EQ(pos, line + 4);
     pos = CmdAppendf(pos, end, "%s", "efghijkl");
-    EXPECT_EQ(pos, end - 1);
-    EXPECT_STREQ(buf, "abcdefghi");
+    EXPECT_EQ(pos, end - 1); // the appending one stops at the last byte
+    EXPECT_STREQ(line, "abcdefghi");
     EXPECT_EQ(CmdAppendf(end, end, "%s", "x"), end);
-}
 
-TEST(Formatters, PrettyTextIsNullForNullTexts) {
     OV_JsonPtr obj(json_tokener_parse(R"({"a": 1})"));
     const char *text = CmdJsonPrettyText(obj.get());
     ASSERT_NE(text, nullptr);
@@ -66,31 +62,24 @@ class ShaperTablePrinter : public testing::Test {
     }
 };
 
-TEST_F(ShaperTablePrinter, EmptyTablePrintsNothing) {
-    char out[CMD_OUT_BUF_LEN] = {};
-    std::vector<uint8_t> reply = Reply(0, 0);
-    ovtest::StdoutCapture cap;
-    EXPECT_EQ(CmdShaperTblPrint(reply.data(), reply.size(), out), 0);
-    EXPECT_STREQ(out, "");
-    EXPECT_EQ(cap.Take().find("Invalid reply msg"), std::string::npos);
-}
-
-TEST_F(ShaperTablePrinter, LengthMustMatchTheCountExactly) {
+TEST_F(ShaperTablePrinter, LengthMustMatchTheCountExactlyAndAnEmptyTablePrintsNothing) {
     struct Case {
         size_t len;
         bool valid;
     };
-    const Case cases[] = {{451, false}, {452, true}, {453, false}};
+    const Case cases[] = {{451, false}, {452, true}, {453, false}, {4, true}};
     for (const Case &c : cases) {
         SCOPED_TRACE(c.len);
-        std::vector<uint8_t> reply = Reply(2, 2);
+        std::vector<uint8_t> reply = Reply(c.len == 4 ? 0 : 2, 2); // 4: an empty table
         reply.resize(c.len);
         char out[CMD_OUT_BUF_LEN] = {};
         ovtest::StdoutCapture cap;
         EXPECT_EQ(CmdShaperTblPrint(reply.data(), reply.size(), out), 0);
         std::string printed = cap.Take();
         if (c.valid) {
-            EXPECT_NE(std::string(out).find("\"shaperId\":2"), std::string::npos) << out;
+            EXPECT_EQ(std::string(out).empty(), c.len == 4) << out;
+            EXPECT_EQ(std::string(out).find("\"shaperId\":2") == std::string::npos, c.len == 4);
+            EXPECT_EQ(printed.find("Invalid reply msg"), std::string::npos);
         } else {
             EXPECT_STREQ(out, "");
             EXPECT_NE(printed.find("Invalid reply msg, ReplyBytes " + std::to_string(c.len) +
