@@ -209,54 +209,40 @@ TEST_F(ImcConfClientTest, MultiGetStopsAtAFailingHandler) {
     EXPECT_EQ(server_->Requests().size(), 1u);
 }
 
-TEST_F(ImcConfClientTest, ServerClosingMidReplyBreaksThePipeAndTheNextCallReconnects) {
-    Start([](TestServer &s, OV_PipeConn *conn, int index) {
-        while (s.ReadRequest(conn)) {
-            if (index == 0) {
-                Bytes half = ovtest::ReplyHeader(0, 0);
-                half.resize(10);
-                OV_PipeConnWrite(conn, half.data(), half.size(), 1000);
-                return; // closes mid-reply
+TEST_F(ImcConfClientTest, BadReplyFailsTheCallAndTheNextCallReconnects) {
+    struct Case {
+        Bytes reply; ///< all the first connection sends before it closes
+        int32_t rc;
+        const char *lines[2];
+    };
+    const Case cases[] = {
+        {Bytes(10, 0), -32, {"Failed to receive header ret=-32", "Broken pipe"}},
+        {ovtest::ReplyHeader(0, UINT64_MAX),
+         -12, // nothing grows for it
+         {"Failed to receive payload ret=-12", "realloc memory failed\n"}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.rc);
+        OV_ImcConfClientExit();
+        server_.reset();
+        Start([&c](TestServer &s, OV_PipeConn *conn, int index) {
+            while (s.ReadRequest(conn)) {
+                if (index == 0) {
+                    OV_PipeConnWrite(conn, c.reply.data(), c.reply.size(), 1000);
+                    return;
+                }
+                s.Reply(conn, 0);
             }
-            s.Reply(conn, 0);
-        }
-    });
-    ovtest::StdoutCapture capture;
-    EXPECT_EQ(OV_ImcConfSet(10, 1, "a", 1), -32);
-    EXPECT_EQ(OV_ImcConfSet(10, 1, "b", 1), 0);
-    std::string out = capture.Take();
-    EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", "_OV_ImcRecvAllReply",
-                                   "Failed to receive header ret=-32"))
-        << out;
-    EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", "OV_ImcConfSet",
-                                   "Failed to call OV_ImcConfigure Broken pipe"))
-        << out;
-    EXPECT_EQ(ovtest::CountOf(out, "IMC conf client connnects to server"), 1u) << out;
-    EXPECT_EQ(server_->Served(), 2);
-}
-
-TEST_F(ImcConfClientTest, HugeReplyPayloadLengthFailsWithoutGrowing) {
-    Start([](TestServer &s, OV_PipeConn *conn, int index) {
-        while (s.ReadRequest(conn)) {
-            if (index == 0) {
-                Bytes header = ovtest::ReplyHeader(0, UINT64_MAX);
-                OV_PipeConnWrite(conn, header.data(), header.size(), 1000);
-                s.WaitRelease(5000);
-                return;
-            }
-            s.Reply(conn, 0);
-        }
-    });
-    ovtest::StdoutCapture capture;
-    EXPECT_EQ(OV_ImcConfSet(10, 1, nullptr, 0), -12);
-    std::string out = capture.Take();
-    EXPECT_EQ(ovtest::CountOf(out, "<Error>_OV_ImcConfClientThread realloc memory failed\n"), 1u)
-        << out;
-    EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", "_OV_ImcRecvAllReply",
-                                   "Failed to receive payload ret=-12"))
-        << out;
-    server_->Release();
-    EXPECT_EQ(OV_ImcConfSet(10, 1, nullptr, 0), 0) << "the next exchange reconnects";
+        });
+        ovtest::StdoutCapture capture;
+        EXPECT_EQ(OV_ImcConfSet(10, 1, "a", 1), c.rc);
+        EXPECT_EQ(OV_ImcConfSet(10, 1, "b", 1), 0);
+        std::string out = capture.Take();
+        EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", "_OV_ImcRecvAllReply", c.lines[0])) << out;
+        EXPECT_EQ(ovtest::CountOf(out, c.lines[1]), 1u) << out;
+        EXPECT_EQ(ovtest::CountOf(out, "IMC conf client connnects to server"), 1u) << out;
+        EXPECT_EQ(server_->Served(), 2);
+    }
 }
 
 // Slow: waits out the 3000 ms limit of a pending read.
