@@ -17,13 +17,6 @@ namespace {
 constexpr size_t kRecordLen = sizeof(AgentShaperConf);
 constexpr size_t kTableHeaderLen = 4;
 
-// A NUL-terminated text must end inside the buffer the printer was given.
-void CheckTerminated(const ovfuzz::ExactBlock &out, const char *what) {
-    if (std::memchr(out.Data(), '\0', out.Size()) == nullptr) {
-        ovfuzz::Fail(what, "the output buffer holds no terminating NUL");
-    }
-}
-
 // The record at the end of its own block, from the input (zero-padded).
 void PrintRecord(const uint8_t *data, size_t size) {
     size_t outLen = size > 0 ? size_t{data[0]} * 48 : 0; // 0 .. 12240, past the pretty text
@@ -49,7 +42,7 @@ void PrintRecord(const uint8_t *data, size_t size) {
         ovfuzz::Fail("the bounded formatter counted wrong", pretty);
     }
     if (outLen != 0) {
-        CheckTerminated(out, "the bounded formatter left no NUL");
+        ovfuzz::FailUnlessTerminated(out, "the bounded formatter left no NUL");
     }
     json_object_put(obj);
     AgentMemFree(text);
@@ -57,10 +50,7 @@ void PrintRecord(const uint8_t *data, size_t size) {
 
 void PrintTable(const uint8_t *reply, size_t len) {
     // Exactly the reply's bytes, as the client hands them over.
-    ovfuzz::ExactBlock bytes(len);
-    if (len != 0) {
-        std::memcpy(bytes.Data(), reply, len);
-    }
+    ovfuzz::ExactBlock bytes = ovfuzz::ExactCopy(reply, len);
     ovfuzz::ExactBlock out(CMD_OUT_BUF_LEN);
     int32_t rc = CmdShaperTblPrint(bytes.Data(), len, out.Data());
     // Wrong lengths are reported and pass; every record converts; text that
@@ -68,7 +58,7 @@ void PrintTable(const uint8_t *reply, size_t len) {
     if (rc != 0) {
         ovfuzz::Fail("the table printer failed on a reply", nullptr, bytes.Data(), nullptr, len);
     }
-    CheckTerminated(out, "the table printer left no NUL");
+    ovfuzz::FailUnlessTerminated(out, "the table printer left no NUL");
 }
 
 // A reply of the right length for its count: records repeat the input. Up to

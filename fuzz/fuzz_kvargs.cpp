@@ -9,6 +9,7 @@
 #include "tests/support/fake_agent.h"
 
 #include <cstdio>
+#include <cstring>
 #include <initializer_list>
 #include <string>
 #include <utility>

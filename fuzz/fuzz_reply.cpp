@@ -126,22 +126,16 @@ void GetSmall(const uint8_t *stream, size_t len, size_t size) {
     CheckGet("get small", result, NextFrame(stream, len, &at), buf.Data(), size);
 }
 
-void CheckText(const ovfuzz::ExactBlock &out, const char *op) {
-    if (std::memchr(out.Data(), '\0', out.Size()) == nullptr) {
-        ovfuzz::Fail("the reply text is not terminated inside the buffer", op);
-    }
-}
-
 void SaCluster() {
     ovfuzz::ExactBlock out(CMD_OUT_BUF_LEN);
     CmdSaClusterGet(nullptr, reinterpret_cast<char *>(out.Data()), CMD_OUT_BUF_LEN, 7);
-    CheckText(out, "get_sa_cluster");
+    ovfuzz::FailUnlessTerminated(out, "get_sa_cluster");
 }
 
 void ShaperTable() {
     ovfuzz::ExactBlock out(CMD_OUT_BUF_LEN);
     CmdShaperTblGet(nullptr, reinterpret_cast<char *>(out.Data()), CMD_OUT_BUF_LEN, 4);
-    CheckText(out, "get_shaper_tbl");
+    ovfuzz::FailUnlessTerminated(out, "get_shaper_tbl");
 }
 
 struct MultiState {

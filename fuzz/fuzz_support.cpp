@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -35,6 +36,20 @@ ExactBlock ExactText(const uint8_t *data, size_t size) {
         std::memcpy(text.Data(), data, size);
     }
     return text;
+}
+
+ExactBlock ExactCopy(const uint8_t *data, size_t size) {
+    ExactBlock bytes(size);
+    if (size != 0) {
+        std::memcpy(bytes.Data(), data, size);
+    }
+    return bytes;
+}
+
+void FailUnlessTerminated(const ExactBlock &out, const char *what) {
+    if (std::memchr(out.Data(), '\0', out.Size()) == nullptr) {
+        Fail(what, "the output buffer holds no terminating NUL");
+    }
 }
 
 namespace {
