@@ -4,16 +4,20 @@
 // simulator sends.
 #pragma once
 
+#include "agentconf/protocol.h"
 #include "imc/flexmsg.h"
 #include "imc/pipe.h"
 #include "tests/support/record_bytes.h"
 #include "tests/support/test_server.h"
+
+#include <gtest/gtest.h>
 
 #include <cstdint>
 #include <cstring>
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace simtest {
@@ -22,6 +26,17 @@ using Bytes = std::vector<uint8_t>;
 
 using ovtest::Get;
 using ovtest::Put;
+
+/// The command named word (a test's typo fails every check that uses it).
+inline const CommandSpec &Cmd(std::string_view word) {
+    for (const CommandSpec &c : kCommands) {
+        if (word == c.word) {
+            return c;
+        }
+    }
+    ADD_FAILURE() << "no command " << word;
+    return kCommands[0];
+}
 
 /// The bytes of a request: header (module, function, payload length) and payload.
 inline Bytes Request(uint8_t module, uint16_t function, const Bytes &payload) {
