@@ -14,20 +14,10 @@
 namespace {
 
 using simtest::Bytes;
-using simtest::Put;
 using simtest::RawClient;
 
 constexpr uint32_t kStartMs = 20000;
 constexpr uint32_t kStopMs = 20000;
-
-Bytes Shaper(uint8_t id, bool persistent) {
-    Bytes rec(224, 0);
-    rec[0] = id;
-    rec[1] = persistent ? 1 : 0;
-    Put<uint32_t>(rec, 4, 1000000);
-    rec[223] = 0x3C;
-    return rec;
-}
 
 /// One agentsim program on a pipe name of its own, killed if still running.
 class Agentsim {
@@ -96,16 +86,13 @@ class AgentsimProcess : public testing::Test {
     void TearDown() override { OV_FlexMsgModuleStop(); }
 };
 
-TEST_F(AgentsimProcess, HelpDescribesTheOptionsAndExitsZero) {
-    ovtest::ProcessResult r = ovtest::RunProcess({OV_AGENTSIM_PATH, "--help"}, kStopMs);
-    ASSERT_EQ(r.startResult, 0);
-    EXPECT_EQ(r.exitStatus, 0);
-    EXPECT_EQ(r.out.rfind("Usage: agentsim", 0), 0u) << r.out;
-    EXPECT_NE(r.out.find("--fault-garbage M:F"), std::string::npos);
-    EXPECT_EQ(r.err, "");
-}
-
-TEST_F(AgentsimProcess, BadOptionsExitWith2AndSayWhy) {
+TEST_F(AgentsimProcess, HelpExitsZeroAndBadOptionsExitWith2AndSayWhy) {
+    ovtest::ProcessResult help = ovtest::RunProcess({OV_AGENTSIM_PATH, "--help"}, kStopMs);
+    ASSERT_EQ(help.startResult, 0);
+    EXPECT_EQ(help.exitStatus, 0);
+    EXPECT_EQ(help.out.rfind("Usage: agentsim", 0), 0u) << help.out;
+    EXPECT_NE(help.out.find("--fault-garbage M:F"), std::string::npos);
+    EXPECT_EQ(help.err, "");
     const std::vector<std::string> bad[] = {
         {"--bogus"}, {"--instances", "0"}, {"--fault-status", "10:1=5"}, {"--sa-master-ip"}};
     for (const auto &args : bad) {
@@ -170,28 +157,6 @@ TEST_F(AgentsimProcess, ASecondAgentOnTheSameNameExitsWith3) {
     // The first one was not disturbed.
     RawClient client(sim.Name());
     EXPECT_EQ(client.Exchange(15, 4, {}), 0);
-}
-
-TEST_F(AgentsimProcess, AcknowledgedPersistentRecordsSurviveAKill) {
-    Agentsim sim;
-    const std::string state = sim.File("state.json");
-    ASSERT_TRUE(sim.Start({"--state", state}));
-    {
-        RawClient client(sim.Name());
-        EXPECT_EQ(client.Exchange(15, 1, Shaper(7, true)), 0);
-        EXPECT_EQ(client.Exchange(15, 1, Shaper(8, false)), 0);
-        // Killed without warning right after the acknowledgement.
-        sim.Proc().Kill();
-    }
-    ASSERT_TRUE(sim.Start({"--state", state}));
-    RawClient client(sim.Name());
-    Bytes table;
-    ASSERT_EQ(client.Exchange(15, 4, {}, &table), 0);
-    Bytes expected(4, 0);
-    expected[0] = 1;
-    Bytes kept = Shaper(7, true);
-    expected.insert(expected.end(), kept.begin(), kept.end());
-    EXPECT_EQ(table, expected);
 }
 
 TEST_F(AgentsimProcess, RefusesToStartFromABrokenStateFile) {

@@ -136,51 +136,40 @@ TEST_F(SimServer, StatusFaultAnswersWithoutApplying) {
     EXPECT_NE(served.Journal().find(R"("fault":"status"})"), std::string::npos);
 }
 
-TEST_F(SimServer, CloseFaultAppliesTheRequestAndSendsNothing) {
-    Served served(Faults(SimFaultKind::Close, "15:1"));
-    {
-        RawClient client(served.Name());
-        ASSERT_EQ(client.Send(Request(15, 1, Shaper(4))), 0);
-        EXPECT_TRUE(client.ReadUntilClosed().empty());
-    }
-    RawClient again(served.Name());
-    Bytes table;
-    EXPECT_EQ(again.Exchange(15, 4, {}, &table), 0);
-    EXPECT_EQ(table.size(), 4u + 224u);
-}
-
-TEST_F(SimServer, TruncateFaultSendsTheHeaderAndHalfTheData) {
-    Served served(Faults(SimFaultKind::Truncate, "15:*"));
-    {
-        RawClient client(served.Name());
-        ASSERT_EQ(client.Send(Request(15, 1, Shaper(4))), 0);
-        // No data: half of the header.
-        EXPECT_EQ(client.ReadUntilClosed(), Bytes(8, 0));
-    }
+// What one request receives until the agent closes the connection.
+Bytes Ended(const Served &served, uint8_t module, uint16_t function, const Bytes &payload) {
     RawClient client(served.Name());
-    ASSERT_EQ(client.Send(Request(15, 4, {})), 0);
-    Bytes got = client.ReadUntilClosed();
-    ASSERT_EQ(got.size(), 16u + 114u);
-    EXPECT_EQ(Get<int32_t>(got, 0), 0);
-    EXPECT_EQ(Get<uint64_t>(got, 8), 228u); // the header still announces it all
-    EXPECT_EQ(got[16], 1);
-    EXPECT_EQ(got[20], 4); // the record's first byte follows the table header
+    EXPECT_EQ(client.Send(Request(module, function, payload)), 0);
+    return client.ReadUntilClosed();
 }
 
-TEST_F(SimServer, OverlongFaultAnnounces2To63Bytes) {
-    Served served(Faults(SimFaultKind::Overlong, "15:7"));
-    RawClient client(served.Name());
-    ASSERT_EQ(client.Send(Request(15, 7, {})), 0);
-    Bytes got = client.ReadUntilClosed();
-    ASSERT_EQ(got.size(), 16u + 540u);
-    EXPECT_EQ(Get<uint64_t>(got, 8), 1ull << 63);
-}
-
-TEST_F(SimServer, GarbageFaultSends64BytesThenCloses) {
+TEST_F(SimServer, EndingFaultsSendExactlyTheirBytesThenClose) {
+    {
+        Served served(Faults(SimFaultKind::Close, "15:1"));
+        EXPECT_TRUE(Ended(served, 15, 1, Shaper(4)).empty());
+        RawClient again(served.Name());
+        Bytes table;
+        EXPECT_EQ(again.Exchange(15, 4, {}, &table), 0);
+        EXPECT_EQ(table.size(), 4u + 224u); // the closed request was applied
+    }
+    {
+        Served served(Faults(SimFaultKind::Truncate, "15:*"));
+        EXPECT_EQ(Ended(served, 15, 1, Shaper(4)), Bytes(8, 0)); // no data: half the header
+        Bytes got = Ended(served, 15, 4, {});
+        ASSERT_EQ(got.size(), 16u + 114u);
+        EXPECT_EQ(Get<int32_t>(got, 0), 0);
+        EXPECT_EQ(Get<uint64_t>(got, 8), 228u); // the header still announces it all
+        EXPECT_EQ(got[16], 1);
+        EXPECT_EQ(got[20], 4); // the record's first byte follows the table header
+    }
+    {
+        Served served(Faults(SimFaultKind::Overlong, "15:7"));
+        Bytes got = Ended(served, 15, 7, {});
+        ASSERT_EQ(got.size(), 16u + 540u);
+        EXPECT_EQ(Get<uint64_t>(got, 8), 1ull << 63);
+    }
     Served served(Faults(SimFaultKind::Garbage, "10:*"));
-    RawClient client(served.Name());
-    ASSERT_EQ(client.Send(Request(10, 1, Bytes(72, 0))), 0);
-    EXPECT_EQ(client.ReadUntilClosed().size(), 64u);
+    EXPECT_EQ(Ended(served, 10, 1, Bytes(72, 0)).size(), 64u);
 }
 
 TEST_F(SimServer, DelayFaultHoldsTheReplyBack) {
