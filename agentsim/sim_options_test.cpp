@@ -57,42 +57,28 @@ TEST(SimOptions, TakesValuesInBothForms) {
 }
 
 TEST(SimOptions, RefusesBadOptionsWithAMessage) {
-    const std::vector<std::vector<const char *>> bad = {
-        {"--nope"},
-        {"pipe"},
-        {"-h"},
-        {"--help=1"},
-        {"--journal"},
-        {"--instances", "0"},
-        {"--instances", "65"},
-        {"--instances", "-1"},
-        {"--instances", "3x"},
-        {"--pipe-name", "a/b"},
-        {"--pipe-name", "a\\b"},
-        {"--pipe-name", ""},
-        {"--pipe-name", "a b"},
-        {"--sa-role", "3"},
-        {"--sa-local-port", "65536"},
-        {"--sa-cal-queue-len", "256"},
-        {"--sa-master-ip", "10.0.0"},
-        {"--sa-master-ip", "10.0.0.256"},
-        {"--sa-master-ip", "10.0.0.1.2"},
-        {"--sa-master-ip", "10..0.1"},
-        {"--sa-master-cpe-id", "4294967296"},
-        {"--fault-status", "10:1"},
-        {"--fault-status", "10:1=1"},
-        {"--fault-status", "10:1=-2147483649"},
-        {"--fault-status", "25:1=-5"},
-        {"--fault-status", "10:x=-5"},
-        {"--fault-status", "10:65536=-5"},
-        {"--fault-status", "10=-5"},
-        {"--fault-delay", "10:1=-1"},
-        {"--fault-delay", "10:1=3600001"},
-        {"--fault-close", "10:1=5"},
-        {"--fault-garbage", "10"},
-    };
-    for (const auto &args : bad) {
-        SCOPED_TRACE(std::string(args[0]) + (args.size() > 1 ? std::string(" ") + args[1] : ""));
+    // An option and, after '|', its value.
+    // clang-format off
+    const std::string bad[] = {
+        "--nope", "pipe", "-h", "--help=1", "--journal", "--instances|0", "--instances|65",
+        "--instances|-1", "--instances|3x", "--pipe-name|a/b", "--pipe-name|a\\b", "--pipe-name|",
+        "--pipe-name|a b", "--sa-role|3", "--sa-local-port|65536", "--sa-cal-queue-len|256",
+        "--sa-master-ip|10.0.0", "--sa-master-ip|10.0.0.256", "--sa-master-ip|10.0.0.1.2",
+        "--sa-master-ip|10..0.1", "--sa-master-cpe-id|4294967296", "--fault-status|10:1",
+        "--fault-status|10:1=1", "--fault-status|10:1=-2147483649", "--fault-status|25:1=-5",
+        "--fault-status|10:x=-5", "--fault-status|10:65536=-5", "--fault-status|10=-5",
+        "--fault-delay|10:1=-1", "--fault-delay|10:1=3600001", "--fault-close|10:1=5",
+        "--fault-garbage|10"};
+    // clang-format on
+    for (const std::string &text : bad) {
+        SCOPED_TRACE(text);
+        size_t bar = text.find('|');
+        const std::string option = text.substr(0, bar);
+        const std::string value = bar == std::string::npos ? "" : text.substr(bar + 1);
+        std::vector<const char *> args = {option.c_str()};
+        if (bar != std::string::npos) {
+            args.push_back(value.c_str());
+        }
         SimOptions opt;
         std::string error;
         EXPECT_EQ(Parse(args, &opt, &error), -22);

@@ -18,36 +18,40 @@ namespace {
 
 using simtest::Bytes;
 
-Bytes Record(size_t size, size_t flagOffset, uint8_t flag, uint8_t id, size_t keyOffset = 0) {
+Bytes Record(size_t size, size_t flagOffset, uint8_t flag, uint8_t id) {
     Bytes rec(size, 0);
     rec[flagOffset] = flag;
-    rec[keyOffset] = id;
+    rec[0] = id;
     rec[size - 1] = 0xEE; // the last byte travels too
     return rec;
 }
 
-// A store with a persistent and a passing record of each kind that has the
-// flag, and a rule (never kept).
+// The set command's record of a kind that has the persistent flag: zero but
+// the flag (if kept) and a byte of its key.
+Bytes Set(const CommandSpec &set, bool kept, uint8_t id) {
+    const OV_RecordSpec &kindInfo = OV_RecordSpecOf(set.kind);
+    Bytes rec(kindInfo.size, 0);
+    for (size_t i = 0; kept && i < kindInfo.flagSize; ++i) {
+        rec[kindInfo.flagOffset + i] = static_cast<uint8_t>(kindInfo.flagMask >> (8 * i));
+    }
+    rec[kindInfo.key[kindInfo.keyFields - 1].offset] = id;
+    return rec;
+}
+
+// A store with a persistent and a passing record of each set command whose
+// kind has the flag (an access name without entries is stored at once), and
+// a rule (never kept).
 SimContext Filled() {
     SimContext ctx;
-    struct Kind {
-        uint8_t module;
-        uint16_t function;
-        size_t size;
-        size_t flagOffset;
-        uint8_t flag;
-        size_t keyOffset; ///< a byte of the kind's key
-    };
-    const Kind kinds[] = {{3, 5, 36, 2, 0x01, 1},    {3, 9, 36, 2, 0x01, 1},
-                          {3, 13, 44, 8, 0x10, 0},   {3, 18, 616, 110, 0x08, 4},
-                          {6, 0, 4480, 68, 0x01, 4}, {10, 1, 72, 64, 0x80, 0},
-                          {15, 1, 224, 1, 0x01, 0}};
     uint8_t id = 1;
-    for (const Kind &k : kinds) {
-        Bytes kept = Record(k.size, k.flagOffset, k.flag, id++, k.keyOffset);
-        EXPECT_EQ(SimDispatch(ctx, k.module, k.function, kept).status, 0);
-        Bytes passing = Record(k.size, k.flagOffset, 0, id++, k.keyOffset);
-        EXPECT_EQ(SimDispatch(ctx, k.module, k.function, passing).status, 0);
+    for (const CommandSpec &c : kCommands) {
+        if (c.op == CmdOp::Set && OV_RecordSpecOf(c.kind).flagMask != 0) {
+            for (bool persistent : {true, false}) {
+                EXPECT_EQ(SimDispatch(ctx, c.Module(), c.function, Set(c, persistent, id++)).status,
+                          0)
+                    << c.word;
+            }
+        }
     }
     EXPECT_EQ(SimDispatch(ctx, 4, 0x0100, Bytes(17528, 0xFF)).status, 0);
     return ctx;
@@ -87,12 +91,8 @@ TEST(SimState, ADeleteWithoutTheFlagRemovesAPersistentRecord) {
         while (set->kind != del.kind || set->op != CmdOp::Set) {
             ++set;
         }
-        // Zero records but the flag: an access name without entries is stored at once.
-        const Bytes passing(kindInfo.size, 0);
-        Bytes kept = passing;
-        for (size_t i = 0; i < kindInfo.flagSize; ++i) {
-            kept[kindInfo.flagOffset + i] = static_cast<uint8_t>(kindInfo.flagMask >> (8 * i));
-        }
+        const Bytes kept = Set(*set, true, 0);
+        const Bytes passing(kept.size(), 0);
         SimContext ctx;
         ASSERT_EQ(SimDispatch(ctx, set->Module(), set->function, kept).status, 0);
         EXPECT_EQ(SimPersistentRecords(ctx.store).size(), 1u);
@@ -160,7 +160,7 @@ TEST(SimState, SaveReplacesTheFileAndLoadReadsItBack) {
     ASSERT_EQ(SimStateLoad(loaded, path, &error), 0) << error;
     EXPECT_EQ(SimStateText(loaded.store), SimStateText(ctx.store));
 
-    ASSERT_EQ(SimDispatch(ctx, 15, 2, Record(224, 1, 0, 13)).status, 0);
+    ASSERT_EQ(SimDispatch(ctx, 15, 2, Record(224, 1, 0, 9)).status, 0); // the kept shaper
     ASSERT_EQ(SimStateSave(ctx.store, path), 0);
     EXPECT_EQ(ovtest::ReadWholeFile(path), SimStateText(ctx.store));
     EXPECT_FALSE(std::filesystem::exists(path + ".tmp"));
