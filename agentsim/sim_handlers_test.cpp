@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -64,76 +65,64 @@ TEST(SimHandlers, ModulesWithoutAHandlerAndUnknownFunctionsAnswerMinus40) {
     }
 }
 
-// One kind's set and delete: key(rec, del, 0) writes the key fields, with 1
-// another key; the payload byte lies outside the key.
+// Little-endian 32-bit values at offsets of a zeroed record.
+struct Field {
+    size_t offset;
+    uint32_t value;
+};
+
+// One kind's set and delete: the key fields of both (with other, the first
+// field's value in another key), fields only the set or the delete carries,
+// and a byte outside the key that tells two versions of the record apart.
 struct KindCase {
     const char *set;
     const char *del;
-    void (*key)(Bytes &rec, bool del, uint32_t other);
+    std::vector<Field> key;
+    uint32_t other;
     size_t payloadByte;
+    std::vector<Field> setOnly = {};
+    std::vector<Field> delOnly = {};
 };
 
 const KindCase kKinds[] = {
-    {"set_cpe_ip", "del_cpe_ip",
-     [](Bytes &r, bool, uint32_t other) {
-         r[0] = 1;
-         r[1] = 3;
-         Put<uint32_t>(r, 8, 70000);
-         Put<uint32_t>(r, 12, 9 + other);
-     },
-     16},
-    {"set_link", "del_link",
-     [](Bytes &r, bool, uint32_t other) {
-         r[0] = static_cast<uint8_t>(44 + other);
-         Put<uint32_t>(r, 4, 0x123456);
-     },
-     12},
-    {"set_tunnel", "del_tunnel",
-     [](Bytes &r, bool del, uint32_t other) {
-         Put<uint32_t>(r, 4, (44u << 24) | (5u << 21) | (0x1FFFFF - other));
-         if (del) {
-             Put<uint64_t>(r, 548, ~0ull);
-         }
-     },
-     0},
-    {"set_ratelimit", "del_ratelimit",
-     [](Bytes &r, bool, uint32_t other) { r[0] = static_cast<uint8_t>(7 + other); }, 12},
-    {"set_acsname", "del_acsname",
-     [](Bytes &r, bool del, uint32_t other) {
-         std::memcpy(r.data() + 4, "offices", 6 + other);
-         if (!del) {
-             Put<uint32_t>(r, 0, 12);
-         }
-     },
-     72},
-    {"set_shaper_conf", "del_shaper_conf",
-     [](Bytes &r, bool, uint32_t other) { r[0] = static_cast<uint8_t>(9 + other); }, 4},
-    {"set_policy", "del_policy", // the zone is part of the key
-     [](Bytes &r, bool, uint32_t other) {
-         r[2] = static_cast<uint8_t>(1 + other);
-         Put<uint32_t>(r, 16, 77);
-     },
-     8},
-    {"set_dns_proxy", "del_dns_proxy",
-     [](Bytes &r, bool, uint32_t other) {
-         r[2] = 1;
-         Put<uint32_t>(r, 16, 77 + other);
-     },
-     8},
+    {"set_cpe_ip", "del_cpe_ip", {{12, 9}, {8, 70000}, {0, 0x0301}}, 10, 16},
+    {"set_link", "del_link", {{0, 44}, {4, 0x123456}}, 45, 12},
+    {"set_tunnel",
+     "del_tunnel",
+     {{4, (44u << 24) | (5u << 21) | 0x1FFFFF}},
+     (44u << 24) | (5u << 21) | 0x1FFFFE,
+     0,
+     {},
+     {{548, ~0u}, {552, ~0u}}}, // the all-ones stamp
+    {"set_ratelimit", "del_ratelimit", {{0, 7}}, 8, 12},
+    // The names "off" and "pff"; the id is no part of the key.
+    {"set_acsname", "del_acsname", {{4, 0x0066666F}}, 0x00666670, 72, {{0, 12}}},
+    {"set_shaper_conf", "del_shaper_conf", {{0, 9}}, 10, 4},
+    {"set_policy", "del_policy", {{0, 1u << 16}, {16, 77}}, 2u << 16, 8}, // zone 1, then 2
+    {"set_dns_proxy", "del_dns_proxy", {{16, 77}, {0, 1u << 16}}, 78, 8},
 };
+
+Bytes KeyRecord(const KindCase &c, bool del, bool other) {
+    Bytes rec(OV_RequestSize(Cmd(c.set)), 0);
+    for (const Field &f : c.key) {
+        Put<uint32_t>(rec, f.offset, other && &f == &c.key[0] ? c.other : f.value);
+    }
+    for (const Field &f : del ? c.delOnly : c.setOnly) {
+        Put<uint32_t>(rec, f.offset, f.value);
+    }
+    return rec;
+}
 
 TEST(SimHandlers, SetReplacesByKeyAndDeleteRemovesByKey) {
     for (const KindCase &c : kKinds) {
         SCOPED_TRACE(c.set);
         const CommandSpec &set = Cmd(c.set);
         SimContext ctx;
-        Bytes first(OV_RequestSize(set), 0);
-        c.key(first, false, 0);
+        Bytes first = KeyRecord(c, false, false);
         first[c.payloadByte] = 0x11;
         Bytes second = first;
         second[c.payloadByte] = 0x22;
-        Bytes other(first.size(), 0);
-        c.key(other, false, 1);
+        const Bytes other = KeyRecord(c, false, true);
 
         ASSERT_EQ(Send(ctx, c.set, first).status, 0);
         ASSERT_EQ(Send(ctx, c.set, second).status, 0);
@@ -150,8 +139,7 @@ TEST(SimHandlers, SetReplacesByKeyAndDeleteRemovesByKey) {
         EXPECT_TRUE(foundSecond);
 
         // The delete record carries the key fields alone.
-        Bytes del(first.size(), 0);
-        c.key(del, true, 0);
+        const Bytes del = KeyRecord(c, true, false);
         EXPECT_EQ(Send(ctx, c.del, del).status, 0);
         EXPECT_EQ(table.size(), 1u);
         EXPECT_EQ(table.begin()->second.bytes, other);
@@ -281,35 +269,6 @@ TEST(SimHandlers, PersistentChangesAreReported) {
     EXPECT_FALSE(Send(ctx, "del_shaper_conf", Shaper(1)).persistentChanged); // absent: -2
 }
 
-TEST(SimHandlers, PersistentFlagsSitWhereEachKindKeepsThem) {
-    struct Flag {
-        const char *set;
-        size_t offset;
-        uint8_t bit;
-    };
-    const Flag flags[] = {{"set_cpe_ip", 2, 0x01},     {"set_link", 8, 0x10},
-                          {"set_tunnel", 110, 0x08},   {"set_acsname", 68, 0x01},
-                          {"set_ratelimit", 64, 0x80}, {"set_shaper_conf", 1, 0x01}};
-    for (const Flag &f : flags) {
-        SCOPED_TRACE(f.set);
-        SimContext ctx;
-        Bytes rec(OV_RequestSize(Cmd(f.set)), 0);
-        rec[f.offset] = static_cast<uint8_t>(~f.bit); // every other bit set
-        EXPECT_FALSE(Send(ctx, f.set, rec).persistentChanged);
-        EXPECT_TRUE(SimPersistentRecords(ctx.store).empty());
-        rec[f.offset] = f.bit;
-        EXPECT_TRUE(Send(ctx, f.set, rec).persistentChanged);
-        ASSERT_EQ(SimPersistentRecords(ctx.store).size(), 1u);
-        EXPECT_EQ(SimPersistentRecords(ctx.store)[0]->bytes, rec);
-    }
-    // Rules, engine parameters and global arguments are never kept.
-    SimContext ctx;
-    EXPECT_FALSE(Send(ctx, "set_policy", Bytes(17528, 0xFF)).persistentChanged);
-    EXPECT_FALSE(Send(ctx, "set_engine_srtt", Bytes(104, 0xFF)).persistentChanged);
-    EXPECT_FALSE(Send(ctx, "set_conn_cmd", Bytes(24, 0xFF)).persistentChanged);
-    EXPECT_TRUE(SimPersistentRecords(ctx.store).empty());
-}
-
 TEST(SimHandlers, RestoreTakesOnlyPersistentRecordsOfSetFunctions) {
     auto restore = [](SimContext &ctx, const char *word, const Bytes &rec) {
         return SimRestoreRecord(ctx, Cmd(word).Module(), Cmd(word).function, rec);
@@ -322,22 +281,6 @@ TEST(SimHandlers, RestoreTakesOnlyPersistentRecordsOfSetFunctions) {
     EXPECT_EQ(restore(ctx, "set_policy", Bytes(17528, 0xFF)), -22);
     EXPECT_EQ(restore(ctx, "set_shaper_conf", Bytes(223, 1)), -22);
     ASSERT_EQ(ctx.store.Table(RecordKind::Shaper).size(), 1u);
-}
-
-TEST(SimHandlers, CommandNamesArePdtoolsWords) {
-    for (const CommandSpec &c : kCommands) {
-        // The engine rows share one function; the parameter code names them.
-        Bytes engine(104, 0);
-        engine[4] = static_cast<uint8_t>(c.id);
-        const Bytes payload = c.kind == RecordKind::Engine ? engine : Bytes{};
-        const char *got = SimCommandName(c.Module(), c.function, payload);
-        EXPECT_STREQ(got == nullptr ? "(null)" : got, c.word);
-    }
-    EXPECT_EQ(SimCommandName(3, 0, {}), nullptr);
-    EXPECT_EQ(SimCommandName(4, 0x0001, {}), nullptr);
-    EXPECT_EQ(SimCommandName(9, 0, {}), nullptr);
-    EXPECT_EQ(SimCommandName(8, 0, Bytes(104, 4)), nullptr); // no parameter 4
-    EXPECT_EQ(SimCommandName(8, 0, Bytes(103, 21)), nullptr);
 }
 
 } // namespace

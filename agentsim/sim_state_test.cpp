@@ -40,7 +40,7 @@ Bytes Set(const CommandSpec &set, bool kept, uint8_t id) {
 
 // A store with a persistent and a passing record of each set command whose
 // kind has the flag (an access name without entries is stored at once), and
-// a rule (never kept).
+// records of the kinds never kept.
 SimContext Filled() {
     SimContext ctx;
     uint8_t id = 1;
@@ -53,7 +53,11 @@ SimContext Filled() {
             }
         }
     }
-    EXPECT_EQ(SimDispatch(ctx, 4, 0x0100, Bytes(17528, 0xFF)).status, 0);
+    for (const char *never : {"set_snat", "set_engine_srtt", "set_conn_cmd"}) {
+        const CommandSpec &c = simtest::Cmd(never);
+        EXPECT_EQ(SimDispatch(ctx, c.Module(), c.function, Bytes(OV_RequestSize(c), 0xFF)).status,
+                  0);
+    }
     return ctx;
 }
 
@@ -72,7 +76,10 @@ TEST(SimState, KeepsExactlyThePersistentRecords) {
         EXPECT_EQ(got[i]->module, want[i]->module);
         EXPECT_EQ(got[i]->function, want[i]->function);
     }
-    EXPECT_TRUE(restored.store.Table(RecordKind::Rule).empty());
+    for (RecordKind never : {RecordKind::Rule, RecordKind::Engine, RecordKind::GlobalArg}) {
+        EXPECT_FALSE(ctx.store.Table(never).empty());
+        EXPECT_TRUE(restored.store.Table(never).empty());
+    }
     // Written again, the restored store gives the same text; records are named.
     EXPECT_EQ(SimStateText(restored.store), text);
     EXPECT_NE(text.find(R"("function": 1, "command": "set_shaper_conf", )"), std::string::npos);
