@@ -135,7 +135,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             size_t n = in.Take(in.U16(), &raw);
             payload.assign(raw, raw + n);
         }
-        ovfuzz::ExactBlock exact = ovfuzz::ExactCopy(payload.data(), payload.size());
+        ovfuzz::ExactBlock exact(payload.size(), payload.data(), payload.size());
         const std::span<const uint8_t> bytes(exact.Data(), exact.Size());
         json_object_put(SimDecodeRequest(6, function, bytes));
         const int32_t status = SimDispatch(ctx, 6, function, bytes).status;

@@ -22,8 +22,7 @@ void PrintRecord(const uint8_t *data, size_t size) {
     size_t outLen = size > 0 ? size_t{data[0]} * 48 : 0; // 0 .. 12240, past the pretty text
     data += size > 0 ? 1 : 0;
     size -= size > 0 ? 1 : 0;
-    ovfuzz::ExactBlock rec(kRecordLen);
-    std::memcpy(rec.Data(), data, std::min(size, kRecordLen));
+    ovfuzz::ExactBlock rec(kRecordLen, data, size);
 
     char *text = OV_AgentShaperConfToJsonStr(reinterpret_cast<const AgentShaperConf *>(rec.Data()));
     if (text == nullptr) {
@@ -50,7 +49,7 @@ void PrintRecord(const uint8_t *data, size_t size) {
 
 void PrintTable(const uint8_t *reply, size_t len) {
     // Exactly the reply's bytes, as the client hands them over.
-    ovfuzz::ExactBlock bytes = ovfuzz::ExactCopy(reply, len);
+    ovfuzz::ExactBlock bytes(len, reply, len);
     ovfuzz::ExactBlock out(CMD_OUT_BUF_LEN);
     int32_t rc = CmdShaperTblPrint(bytes.Data(), len, out.Data());
     // Wrong lengths are reported and pass; every record converts; text that

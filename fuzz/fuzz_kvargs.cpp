@@ -57,13 +57,6 @@ std::vector<Row> KeyValueRows() {
     return rows;
 }
 
-template <typename T>
-T Load(const uint8_t *p) {
-    T v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
-
 void Check(bool ok, const Row &row, const char *what, const std::vector<uint8_t> &request) {
     if (ok) {
         return;
@@ -83,11 +76,12 @@ void CheckRequest(const Row &row, int32_t result, const std::vector<uint8_t> &re
           request);
     const uint8_t *h = request.data();
     int function = f.function >= 0 ? f.function : row.entry->id;
-    Check(h[0] == f.module && Load<uint16_t>(h + 2) == function, row,
+    Check(h[0] == f.module && ovfuzz::Load<uint16_t>(h + 2) == function, row,
           "the request goes to the wrong module or function", request);
-    Check(h[1] == 0 && Load<uint32_t>(h + 4) == 0, row, "a reserved header byte is set", request);
-    Check(Load<uint64_t>(h + 8) == f.recordLen, row, "the header announces the wrong length",
+    Check(h[1] == 0 && ovfuzz::Load<uint32_t>(h + 4) == 0, row, "a reserved header byte is set",
           request);
+    Check(ovfuzz::Load<uint64_t>(h + 8) == f.recordLen, row,
+          "the header announces the wrong length", request);
     const uint8_t *rec = h + IMC_HEADER_LEN;
     for (size_t i = 0; i < f.recordLen; ++i) {
         bool inField = false;

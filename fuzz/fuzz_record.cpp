@@ -15,16 +15,10 @@ namespace {
 constexpr RecordKind kKind = RecordKind::OV_FUZZ_KIND;
 const OV_RecordSpec &kSpec = OV_RecordSpecOf(kKind);
 
-uint32_t Load32(const uint8_t *rec, size_t offset) {
-    uint32_t v;
-    std::memcpy(&v, rec + offset, sizeof v);
-    return v;
-}
-
 // Shaper rates from 2^31 up (which only negative input gives) are shown as
 // unsigned numbers the 32-bit getter refuses again, as the decoder documents.
 bool HasShaperRateFromTwoTo31(const uint8_t *rec) {
-    auto high = [&](size_t offset) { return Load32(rec, offset) >= 0x80000000u; };
+    auto high = [&](size_t offset) { return ovfuzz::Load<uint32_t>(rec + offset) >= 0x80000000u; };
     if (high(offsetof(AgentShaperConf, wanKbps)) || high(offsetof(AgentShaperConf, wanInKbps))) {
         return true;
     }

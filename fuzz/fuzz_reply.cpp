@@ -45,8 +45,8 @@ Frame NextFrame(const uint8_t *stream, size_t len, size_t *at) {
         return f;
     }
     const uint8_t *h = stream + *at;
-    std::memcpy(&f.status, h, sizeof f.status);
-    std::memcpy(&f.payloadLen, h + 8, sizeof f.payloadLen);
+    f.status = ovfuzz::Load<int32_t>(h);
+    f.payloadLen = ovfuzz::Load<uint64_t>(h + 8);
     f.payload = h + IMC_HEADER_LEN;
     if (f.payloadLen <= len - *at - IMC_HEADER_LEN) {
         f.complete = true;
@@ -126,16 +126,11 @@ void GetSmall(const uint8_t *stream, size_t len, size_t size) {
     CheckGet("get small", result, NextFrame(stream, len, &at), buf.Data(), size);
 }
 
-void SaCluster() {
+// A get whose handler prints the reply.
+void Printed(CmdHandler handler, uint16_t id, const char *word) {
     ovfuzz::ExactBlock out(CMD_OUT_BUF_LEN);
-    CmdSaClusterGet(nullptr, reinterpret_cast<char *>(out.Data()), CMD_OUT_BUF_LEN, 7);
-    ovfuzz::FailUnlessTerminated(out, "get_sa_cluster");
-}
-
-void ShaperTable() {
-    ovfuzz::ExactBlock out(CMD_OUT_BUF_LEN);
-    CmdShaperTblGet(nullptr, reinterpret_cast<char *>(out.Data()), CMD_OUT_BUF_LEN, 4);
-    ovfuzz::FailUnlessTerminated(out, "get_shaper_tbl");
+    handler(nullptr, reinterpret_cast<char *>(out.Data()), CMD_OUT_BUF_LEN, id);
+    ovfuzz::FailUnlessTerminated(out, word);
 }
 
 struct MultiState {
@@ -191,10 +186,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         GetShaper(stream, len);
         break;
     case 2:
-        SaCluster();
+        Printed(CmdSaClusterGet, 7, "get_sa_cluster");
         break;
     case 3:
-        ShaperTable();
+        Printed(CmdShaperTblGet, 4, "get_shaper_tbl");
         break;
     case 4:
         MultiGet(stream, len);

@@ -30,22 +30,6 @@ void Init() {
     (void)done;
 }
 
-ExactBlock ExactText(const uint8_t *data, size_t size) {
-    ExactBlock text(size + 1);
-    if (size != 0) {
-        std::memcpy(text.Data(), data, size);
-    }
-    return text;
-}
-
-ExactBlock ExactCopy(const uint8_t *data, size_t size) {
-    ExactBlock bytes(size);
-    if (size != 0) {
-        std::memcpy(bytes.Data(), data, size);
-    }
-    return bytes;
-}
-
 void FailUnlessTerminated(const ExactBlock &out, const char *what) {
     if (std::memchr(out.Data(), '\0', out.Size()) == nullptr) {
         Fail(what, "the output buffer holds no terminating NUL");

@@ -3,8 +3,10 @@
 // failure reports that keep the input.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 
 namespace ovfuzz {
@@ -15,11 +17,17 @@ namespace ovfuzz {
 /// log module are registered, as pdtool does before it dispatches.
 void Init();
 
-/// Exactly n heap bytes, zero-filled, released on destruction. Nothing else
-/// shares the block, so a read or write one byte past the end is reported.
+/// Exactly n heap bytes (the first size copied from data, the rest zero),
+/// released on destruction. Nothing else shares the block, so a read or
+/// write one byte past the end is reported.
 class ExactBlock {
   public:
-    explicit ExactBlock(size_t n) : bytes_(new uint8_t[n]()), size_(n) {}
+    explicit ExactBlock(size_t n, const uint8_t *data = nullptr, size_t size = 0)
+        : bytes_(new uint8_t[n]()), size_(n) {
+        if (size != 0) {
+            std::memcpy(bytes_.get(), data, std::min(size, n));
+        }
+    }
     uint8_t *Data() const { return bytes_.get(); }
     size_t Size() const { return size_; }
 
@@ -29,10 +37,17 @@ class ExactBlock {
 };
 
 /// The input as a NUL-terminated text in a block of exactly size + 1 bytes.
-ExactBlock ExactText(const uint8_t *data, size_t size);
+inline ExactBlock ExactText(const uint8_t *data, size_t size) {
+    return ExactBlock(size + 1, data, size);
+}
 
-/// The bytes in a block of exactly their size.
-ExactBlock ExactCopy(const uint8_t *data, size_t size);
+/// A little-endian value at p, which need not be aligned.
+template <typename T>
+T Load(const uint8_t *p) {
+    T v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
 
 /// Prints what went wrong (with the bytes of both records when given) on
 /// standard error and aborts, so libFuzzer keeps the input.
