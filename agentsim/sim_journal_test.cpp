@@ -78,7 +78,7 @@ TEST(SimJournal, WritesWholeLinesToItsStream) {
     std::string path = dir.File("journal.jsonl");
     FILE *out = std::fopen(path.c_str(), "wb");
     ASSERT_NE(out, nullptr);
-    std::vector<uint8_t> big(17528, 0x5A);
+    std::vector<uint8_t> big(17528, 0);
     {
         SimJournal journal(out);
         EXPECT_TRUE(journal.Enabled());
@@ -87,15 +87,11 @@ TEST(SimJournal, WritesWholeLinesToItsStream) {
         e.length = big.size();
         journal.Write(e);
         journal.Write(Entry());
+        EXPECT_NE(
+            SimJournalLine(e).find("\"payload\":\"" + std::string(2 * big.size(), '0') + "\""),
+            std::string::npos);
         // Flushed per line: the file holds both lines before the stream closes.
-        std::string text = ovtest::ReadWholeFile(path);
-        ASSERT_EQ(text.size(), SimJournalLine(e).size() + SimJournalLine(Entry()).size());
-        std::string hex;
-        for (size_t i = 0; i < big.size(); ++i) {
-            hex += "5a";
-        }
-        EXPECT_NE(text.find("\"payload\":\"" + hex + "\""), std::string::npos);
-        EXPECT_EQ(text.back(), '\n');
+        EXPECT_EQ(ovtest::ReadWholeFile(path), SimJournalLine(e) + SimJournalLine(Entry()));
     }
     std::fclose(out);
     SimJournal none(nullptr);

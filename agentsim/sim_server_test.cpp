@@ -86,23 +86,16 @@ TEST_F(SimServer, ServesRequestsOnOneConnectionAndJournalsThem) {
     EXPECT_EQ(client.Exchange(15, 4, {}, &table), 0);
     Bytes expected(4, 0);
     expected[0] = 1;
-    Bytes rec = Shaper(4);
+    const Bytes rec = Shaper(4);
     expected.insert(expected.end(), rec.begin(), rec.end());
     EXPECT_EQ(table, expected);
     EXPECT_EQ(client.Exchange(9, 3, Bytes(5, 1)), -40);
     EXPECT_EQ(client.Exchange(15, 2, Bytes(223, 0)), -22);
 
+    // The fields of answered commands are checked end to end (every pdtool
+    // test reads the journal); here, what only a stray request shows.
     std::vector<std::string> lines = ovtest::Lines(served.Journal());
     ASSERT_EQ(lines.size(), 4u);
-    EXPECT_NE(lines[0].find(R"("module":15,"function":1,"command":"set_shaper_conf","status":0,)"
-                            R"("length":224,"payload":"04000000881300)"),
-              std::string::npos)
-        << lines[0];
-    EXPECT_NE(lines[0].find(R"(77","record":{"shaperId":4,)"), std::string::npos) << lines[0];
-    EXPECT_NE(lines[1].find(R"("command":"get_shaper_tbl","status":0,"length":0,"payload":"",)"
-                            R"("record":null})"),
-              std::string::npos)
-        << lines[1];
     EXPECT_NE(lines[2].find(R"("module":9,"function":3,"command":null,"status":-40,"length":5,)"
                             R"("payload":"0101010101","record":null})"),
               std::string::npos)
