@@ -86,6 +86,8 @@ struct KindCase {
 
 const KindCase kKinds[] = {
     {"set_cpe_ip", "del_cpe_ip", {{12, 9}, {8, 70000}, {0, 0x0301}}, 10, 16},
+    // The type (byte 0) keeps a POP address apart from a CPE one.
+    {"set_pop_ip", "del_pop_ip", {{0, 0x0202}, {8, 3}}, 0x0201, 16},
     {"set_link", "del_link", {{0, 44}, {4, 0x123456}}, 45, 12},
     {"set_tunnel",
      "del_tunnel",
@@ -160,27 +162,6 @@ TEST(SimHandlers, RuleKeyTakesTheTableFromTheFunction) {
     EXPECT_EQ(Send(ctx, "del_snat", rule).status, 0);
     EXPECT_EQ(Send(ctx, "del_snat", rule).status, -2);
     EXPECT_EQ(Send(ctx, "del_policy", rule).status, 0);
-}
-
-TEST(SimHandlers, PopAndCpeLinkIpsAreKeptApartByTheirType) {
-    SimContext ctx;
-    Bytes cpe(36, 0);
-    cpe[0] = 1;
-    cpe[1] = 2;
-    Put<uint32_t>(cpe, 8, 3);
-    Bytes pop = cpe;
-    pop[0] = 2;
-    EXPECT_EQ(Send(ctx, "set_cpe_ip", cpe).status, 0);
-    EXPECT_EQ(Send(ctx, "set_pop_ip", pop).status, 0);
-    EXPECT_EQ(ctx.store.Table(RecordKind::LinkIp).size(), 2u);
-    // del_pop_ip puts type 2 in byte 0: it removes the POP address only.
-    Bytes del(36, 0);
-    del[0] = 2;
-    del[1] = 2;
-    Put<uint32_t>(del, 8, 3);
-    EXPECT_EQ(Send(ctx, "del_pop_ip", del).status, 0);
-    ASSERT_EQ(ctx.store.Table(RecordKind::LinkIp).size(), 1u);
-    EXPECT_EQ(ctx.store.Table(RecordKind::LinkIp).begin()->second.bytes, cpe);
 }
 
 TEST(SimHandlers, EngineAndGlobalArgumentsKeepTheLastValuePerCode) {

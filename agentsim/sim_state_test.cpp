@@ -195,15 +195,6 @@ TEST(SimState, AgentWritesTheFileBeforeItAnswers) {
     SimContext afterDelete;
     ASSERT_EQ(SimStateLoad(afterDelete, path, &error), 0) << error;
     EXPECT_TRUE(SimPersistentRecords(afterDelete.store).empty());
-
-    // A restarted agent starts from the file.
-    EXPECT_EQ(agent.Answer(10, 1, Record(72, 64, 0x80, 5)).status, 0);
-    SimAgent restarted(AgentSaClusterInfo{}, SimFaults{}, path, nullptr);
-    ASSERT_EQ(restarted.LoadState(&error), 0) << error;
-    Bytes del(72, 0);
-    del[0] = 5;
-    EXPECT_EQ(restarted.Answer(10, 2, del).status, 0);
-    EXPECT_EQ(restarted.Answer(10, 2, del).status, -2);
 }
 
 TEST(SimState, AFailedWriteIsAnswered) {
