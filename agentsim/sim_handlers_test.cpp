@@ -152,9 +152,7 @@ TEST(SimHandlers, SetReplacesByKeyAndDeleteRemovesByKey) {
 
 TEST(SimHandlers, RuleKeyTakesTheTableFromTheFunction) {
     SimContext ctx;
-    Bytes rule(17528, 0);
-    rule[2] = 1;
-    Put<uint32_t>(rule, 16, 5);
+    const Bytes rule = ovtest::RecordBytes<17528>().U8(2, 1).U32(16, 5).bytes;
     EXPECT_EQ(Send(ctx, "set_policy", rule).status, 0);
     EXPECT_EQ(Send(ctx, "set_snat", rule).status, 0); // same zone and id, another rule
     EXPECT_EQ(ctx.store.Table(RecordKind::Rule).size(), 2u);
@@ -189,13 +187,9 @@ TEST(SimHandlers, EngineAndGlobalArgumentsKeepTheLastValuePerCode) {
     EXPECT_EQ(args.begin()->second.bytes, arg);
 }
 
+// Byte 200 lies far into the record, so a short copy would show.
 Bytes Shaper(uint8_t id, uint8_t flags = 0) {
-    Bytes rec(224, 0);
-    rec[0] = id;
-    rec[1] = flags;
-    Put<uint32_t>(rec, 4, 1000u + id);
-    rec[200] = 0xA5; // far into the record, so a short copy would show
-    return rec;
+    return ovtest::RecordBytes<224>().U8(0, id).U8(1, flags).U32(4, 1000u + id).U8(200, 0xA5).bytes;
 }
 
 TEST(SimHandlers, ShaperGetsAnswerTheStoredRecordsInIdOrderBehindACount) {

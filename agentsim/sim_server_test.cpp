@@ -16,16 +16,11 @@ namespace {
 
 using simtest::Bytes;
 using simtest::Get;
-using simtest::Put;
 using simtest::RawClient;
 using simtest::Request;
 
 Bytes Shaper(uint8_t id) {
-    Bytes rec(224, 0);
-    rec[0] = id;
-    Put<uint32_t>(rec, 4, 5000);
-    rec[223] = 0x77;
-    return rec;
+    return ovtest::RecordBytes<224>().U8(0, id).U32(4, 5000).U8(223, 0x77).bytes;
 }
 
 /// An agent served on its own pipe name by a thread, stopped on destruction.
