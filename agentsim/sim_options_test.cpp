@@ -65,7 +65,7 @@ TEST(SimOptions, RefusesBadOptionsWithAMessage) {
         "--pipe-name|a b", "--sa-role|3", "--sa-local-port|65536", "--sa-cal-queue-len|256",
         "--sa-master-ip|10.0.0", "--sa-master-ip|10.0.0.256", "--sa-master-ip|10.0.0.1.2",
         "--sa-master-ip|10..0.1", "--sa-master-cpe-id|4294967296", "--fault-status|10:1",
-        "--fault-status|10:1=1", "--fault-status|10:1=-2147483649", "--fault-status|25:1=-5",
+        "--fault-status|10:1=1", "--fault-status|10:1=-5x", "--fault-status|10:1=-2147483649", "--fault-status|25:1=-5",
         "--fault-status|10:x=-5", "--fault-status|10:65536=-5", "--fault-status|10=-5",
         "--fault-delay|10:1=-1", "--fault-delay|10:1=3600001", "--fault-close|10:1=5",
         "--fault-garbage|10"};
