@@ -13,22 +13,6 @@
 
 namespace {
 
-// The set_tunnel usage sample: it carries no "VpnId".
-const char *const kUsageSample =
-    R"({"Label": 100, "Vni": 1, "NetId": 1, "Mode": 1, "WanId": 1, "LanId": 2,)"
-    R"( "LocalIp": "192.168.10.1", "PeerIp": "192.168.20.1", "LocalIp6": "2001:db8::1",)"
-    R"( "PeerIp6": "2001:db8::2", "CustomerId": 1001, "PeerHostId": 2002, "PortSeed": 7,)"
-    R"( "ProtoVersion": 2, "C2PFlag": true, "PassiveFlag": false, "MasterFlag": true,)"
-    R"( "PersistentFlag": true, "ClearDFFlag": true, "SessionId": 12345, "Path": [1, 2],)"
-    R"( "LinkNum": 2, "KeepaliveInterval": 5, "KeepaliveTimeout": 15, "TcpTunNum": 1,)"
-    R"( "UdpTunNum": 2, "Tos": 0, "EncryptAlgo": 1, "CryptoSuite": 1, "KeyLength": 32,)"
-    R"( "InputKey": "3c0f7a21d94e5b86a1f2c7d03e98b4a5 6d1e8c2f0b7a94d35e6c1f8a2b0d947",)"
-    R"( "HmacKeyLen": 20, "HmacKey": "00112233445566778899aabbccddeeff00112233",)"
-    R"( "PeerUid": "peer-0001", "SlaCfg": {"ConnSRttLow": 15, "ConnSRttHigh": 21,)"
-    R"( "ConnOutBWLow": 1000, "ConnOutBWHigh": 5000, "ConnJitterLow": 5, "ConnJitterHigh": 10,)"
-    R"( "ConnLossRateLow": 10, "ConnLossRateHigh": 30}, "TimeStamp": 1735689600000,)"
-    R"( "RatelimitInbound": [1], "RatelimitOutbound": [2], "BuddyConnId": 0, "MinTxKBps": 100})";
-
 constexpr const char *kBase = "_OV_AgentConnBaseJsonToConf";
 
 /// The smallest accepted JSON plus `extra` (keys with a leading comma).
@@ -50,34 +34,6 @@ class ConnConv : public ovtest::RecordConverterTest<AgentConnConf, OV_AgentConnJ
     }
 };
 
-TEST_F(ConnConv, UsageSampleWithVpnIdFillsTheWholeRecordWithoutNotices) {
-    std::string text = kUsageSample;
-    text.insert(1, R"("VpnId": 7, )");
-    ASSERT_EQ(Convert(text), 0) << log;
-    Expected e;
-    e.Put<uint32_t>(0, 7).Put<uint32_t>(4, 0x01200064).Put<uint32_t>(8, 1).Put<uint32_t>(12, 1);
-    e.Put<uint32_t>(16, 2).Put<uint32_t>(20, 0xC0A80A01).Put<uint32_t>(40, 0xC0A81401);
-    e.Bytes(60, {0x20, 0x01, 0x0d, 0xb8}).Put<uint8_t>(75, 1).Put<uint8_t>(76, 1);
-    e.Bytes(80, {0x20, 0x01, 0x0d, 0xb8}).Put<uint8_t>(95, 2).Put<uint8_t>(96, 1);
-    e.Put<uint32_t>(100, 1001).Put<uint32_t>(104, 2002).Bytes(108, {7, 2}).Put<uint16_t>(110, 13);
-    e.Put<uint32_t>(112, 12345).Put<uint32_t>(116, 1).Put<uint32_t>(120, 2);
-    e.Bytes(140, {2, 5, 15, 1, 2, 0, 1}).Put<uint32_t>(148, 1).Put<uint32_t>(152, 1);
-    e.Bytes(156, {32, 20}).Text(162, "peer-0001");
-    // The space in the key text is not skipped: " 6" scans as 06 and every
-    // later pair is shifted by one character.
-    e.Bytes(194, {0x3c, 0x0f, 0x7a, 0x21, 0xd9, 0x4e, 0x5b, 0x86, 0xa1, 0xf2, 0xc7,
-                  0xd0, 0x3e, 0x98, 0xb4, 0xa5, 0x06, 0xd1, 0xe8, 0xc2, 0xf0, 0xb7,
-                  0xa9, 0x4d, 0x35, 0xe6, 0xc1, 0xf8, 0xa2, 0xb0, 0xd9, 0x47});
-    e.Bytes(258, {0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88, 0x99,
-                  0xaa, 0xbb, 0xcc, 0xdd, 0xee, 0xff, 0x00, 0x11, 0x22, 0x33});
-    e.Put<uint16_t>(528, 15).Put<uint16_t>(530, 21).Put<uint32_t>(532, 1000);
-    e.Put<uint32_t>(536, 5000).Put<uint16_t>(540, 5).Put<uint16_t>(542, 10);
-    e.Put<uint16_t>(544, 10).Put<uint16_t>(546, 30).Put<uint64_t>(548, 1735689600000);
-    e.Put<uint32_t>(556, 1).Put<uint32_t>(580, 2).Put<uint32_t>(608, 100);
-    EXPECT_TRUE(Same(e));
-    EXPECT_EQ(log.find("not set"), std::string::npos) << log;
-}
-
 TEST_F(ConnConv, EveryMissingExpectedKeyIsANoticeInReadingOrder) {
     ASSERT_EQ(Convert(Minimal()), 0);
     EXPECT_TRUE(Same(MinimalRec()));
@@ -88,7 +44,9 @@ TEST_F(ConnConv, EveryMissingExpectedKeyIsANoticeInReadingOrder) {
     std::vector<std::string> lines = ovtest::Lines(log);
     size_t at = 0;
     size_t count = 0;
+    std::string every;
     for (std::string key; keys >> key; ++count) {
+        every += ", \"" + key + "\": 1";
         std::string tail = "] Connection conf not set " + key + "!";
         while (at < lines.size() && !lines[at].ends_with(tail)) {
             ++at;
@@ -98,6 +56,10 @@ TEST_F(ConnConv, EveryMissingExpectedKeyIsANoticeInReadingOrder) {
     }
     EXPECT_EQ(ovtest::CountOf(log, "not set"), count) << log;
     EXPECT_EQ(log.find("dump flexlog"), std::string::npos);
+    // With every key present, no notice.
+    ASSERT_EQ(Convert(Minimal(every + R"(, "SlaCfg": {"ConnOutBWLow": 1, "ConnOutBWHigh": 1})")),
+              0);
+    EXPECT_EQ(log.find("not set"), std::string::npos) << log;
 }
 
 TEST_F(ConnConv, RefusalsEndWithTheirCodeAndMessage) {
@@ -110,7 +72,8 @@ TEST_F(ConnConv, RefusalsEndWithTheirCodeAndMessage) {
         {R"({"Label": 2147483647, "Vni": 0, "NetId": 0})", -132, "Get Connection Label failed"},
         {R"({"Label": 1, "NetId": 0})", -22, "Get Connection Vni failed"},
         {R"({"Label": 1, "Vni": 0, "NetId": "x"})", -22, "Get Connection NetId failed"},
-        {kUsageSample, -22, "Get VpnId from string failed"},
+        {R"({"Label": 1, "Vni": 0, "NetId": 0, "TimeStamp": 2})", -22,
+         "Get VpnId from string failed"},
         {R"({"Label": 1, "Vni": 0, "NetId": 0, "VpnId": 9})", -22, "Lack of TimeStamp"},
         {Minimal(R"(, "PeerIp": "10.0.0.256")"), -22, "Get ip addr from string failed"},
         {Minimal(R"(, "LocalIp6": "1::2::3")"), -22, "Get ipv6 addr from string failed"},
@@ -172,19 +135,7 @@ TEST_F(ConnConv, EachFormGivesItsBytes) {
         {withNetId(0, R"(, "EncryptAlgo": 3)"), algo(1, 3, 1)},
         {withNetId(5, R"(, "CryptoSuite": 7)"), algo(0x05000001, 5, 7)},
         {withNetId(5, R"(, "EncryptAlgo": 2147483647)"), algo(0x05000001, 5, 1)}, // refused
-        // Each flag key sets its own bit.
-        {Minimal(R"(, "C2PFlag": true)"), MinimalRec().Put<uint16_t>(110, 0x0001)},
-        {Minimal(R"(, "PassiveFlag": true)"), MinimalRec().Put<uint16_t>(110, 0x0002)},
-        {Minimal(R"(, "MasterFlag": true)"), MinimalRec().Put<uint16_t>(110, 0x0004)},
-        {Minimal(R"(, "PersistentFlag": true)"), MinimalRec().Put<uint16_t>(110, 0x0008)},
-        {Minimal(R"(, "SimUserFlowFlag": true)"), MinimalRec().Put<uint16_t>(110, 0x0010)},
-        {Minimal(R"(, "IsIpv6LttFlag": true)"), MinimalRec().Put<uint16_t>(110, 0x0020)},
-        {Minimal(R"(, "MaxTxModeFlag": true)"), MinimalRec().Put<uint16_t>(110, 0x0040)},
-        {Minimal(R"(, "L2OnlyEncapIpHdrFlag": true)"), MinimalRec().Put<uint16_t>(110, 0x0100)},
-        {Minimal(R"(, "MinUsage": true)"), MinimalRec().Put<uint16_t>(110, 0x0200)},
-        {Minimal(R"(, "BackupFlag": true)"), MinimalRec().Put<uint16_t>(110, 0x0400)},
-        {Minimal(R"(, "LttDelEopResetFlag": true)"), MinimalRec().Put<uint16_t>(110, 0x0800)},
-        {Minimal(R"(, "ClearDFFlag": true)"), MinimalRec().Put<uint8_t>(146, 0x01)},
+        // Every flag key false sets nothing.
         {Minimal(R"(, "C2PFlag": false, "PassiveFlag": false, "MasterFlag": false,
             "PersistentFlag": false, "SimUserFlowFlag": false, "IsIpv6LttFlag": false,
             "MaxTxModeFlag": false, "L2OnlyEncapIpHdrFlag": false, "MinUsage": false,
@@ -210,6 +161,27 @@ TEST_F(ConnConv, EachFormGivesItsBytes) {
         EXPECT_TRUE(Same(c.want));
     }
     EXPECT_TRUE(Logged("Debug", kBase, "Connection conf not set PeerUid!"));
+    // Each flag key sets its own bit of the flags word; bit 7 is not one of them.
+    const char *flags[] = {"C2PFlag",
+                           "PassiveFlag",
+                           "MasterFlag",
+                           "PersistentFlag",
+                           "SimUserFlowFlag",
+                           "IsIpv6LttFlag",
+                           "MaxTxModeFlag",
+                           "",
+                           "L2OnlyEncapIpHdrFlag",
+                           "MinUsage",
+                           "BackupFlag",
+                           "LttDelEopResetFlag"};
+    for (unsigned bit = 0; bit < std::size(flags); ++bit) {
+        if (*flags[bit] != '\0') {
+            ASSERT_EQ(Convert(Minimal(std::string(", \"") + flags[bit] + "\": true")), 0);
+            EXPECT_TRUE(Same(MinimalRec().Put<uint16_t>(110, 1u << bit))) << flags[bit];
+        }
+    }
+    ASSERT_EQ(Convert(Minimal(R"(, "ClearDFFlag": true)")), 0);
+    EXPECT_TRUE(Same(MinimalRec().Put<uint8_t>(146, 0x01)));
     ASSERT_EQ(Convert(Minimal(R"(, "SlaCfg": {})")), 0);
     EXPECT_TRUE(
         Logged("Debug", "_OV_AgentConnSlaCfgJsonToConf", "Connection conf not set ConnOutBWLow!"));
