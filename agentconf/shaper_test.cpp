@@ -93,24 +93,13 @@ class ShaperTest
 
 // ---- JSON to record ----------------------------------------------------------------
 
-TEST_F(ShaperTest, ConvertsTheUsageSample) {
-    ASSERT_EQ(Convert(kSample), 0) << log;
-    EXPECT_TRUE(Same(SampleRecord()));
-    EXPECT_TRUE(Logged("Info", "OV_AgentShaperJsonStrToConf",
-                       std::string("agent shaper conf json = ") + kSample + " "));
-    EXPECT_TRUE(
-        Logged("Debug", "_OV_AgentShaperJsonToConf", "Lack of sharedNum, set to default value 1"));
-    EXPECT_EQ(ovtest::CountOf(log, "<Error:"), 0u) << log;
-}
-
 TEST_F(ShaperTest, PlacesEveryFieldAtItsOffset) {
-    ASSERT_EQ(Convert(R"({"shaperId": 9, "sharedNum": 0, "persistentFlag": 1, )"
-                      R"("wanKbps": 305419896, "wanInKbps": -2, "inBurstMs": 65535, )"
-                      R"("outBurstMs": 258, "bandDist": [1, 255, 256, -1, 300, 0, 7, 8], )" +
-                      Block("bandLimit", 2, Items(2, 500)) + ", " +
-                      Block("guaranteeBandLimit", 1, Items(1, 70000)) + "}"),
-              0)
-        << log;
+    const std::string text = R"({"shaperId": 9, "sharedNum": 0, "persistentFlag": 1, )"
+                             R"("wanKbps": 305419896, "wanInKbps": -2, "inBurstMs": 65535, )"
+                             R"("outBurstMs": 258, "bandDist": [1, 255, 256, -1, 300, 0, 7, 8], )" +
+                             Block("bandLimit", 2, Items(2, 500)) + ", " +
+                             Block("guaranteeBandLimit", 1, Items(1, 70000)) + "}";
+    ASSERT_EQ(Convert(text), 0) << log;
     Expected e;
     e.Bytes(0, {9, 1, 0}).Put<uint32_t>(4, 305419896).Put<uint32_t>(8, 0xFFFFFFFE);
     e.Put<uint16_t>(12, 65535).Put<uint16_t>(14, 258);
@@ -122,38 +111,26 @@ TEST_F(ShaperTest, PlacesEveryFieldAtItsOffset) {
     PutItem(e, 128, 0, 70000, 71000);
     EXPECT_TRUE(Same(e));
     EXPECT_EQ(ovtest::Lines(log).size(), 1u) << log; // only the text is logged
+    EXPECT_TRUE(
+        Logged("Info", "OV_AgentShaperJsonStrToConf", "agent shaper conf json = " + text + " "));
 }
 
-TEST_F(ShaperTest, BlocksTakeTheArraySizeAndRunOnWhileInsideTheRecord) {
-    ASSERT_EQ(Convert(Shaper(kDist + Block("bandLimit", 2, Items(1, 10)))), 0);
-    Expected e;
+TEST_F(ShaperTest, BlocksTakeTheArraySizeAndNullItemsAreNotices) {
+    Expected e; // Shaper() with kDist
     e.Bytes(0, {7, 0, 1}).Put<uint32_t>(4, 10).Put<uint32_t>(8, 20);
     e.Put<uint16_t>(12, 30).Put<uint16_t>(14, 40).Bytes(16, {1, 2, 3, 4, 5, 6, 7, 8});
+    ASSERT_EQ(Convert(Shaper(kDist + Block("bandLimit", 2, Items(1, 10)))), 0);
     Expected adopted = e;
-    adopted.Bytes(24, {7, 3, 1});
-    EXPECT_TRUE(Same(PutItem(adopted, 28, 0, 10, 1010)));
+    EXPECT_TRUE(Same(PutItem(adopted.Bytes(24, {7, 3, 1}), 28, 0, 10, 1010)));
     EXPECT_TRUE(Logged("Warning", "_OV_AgentShaperJsonToConf",
                        "array size is not equal to WanEngineConf->BandLimit.Num, use array size"));
 
-    ASSERT_EQ(Convert(Shaper(kDist + Block("bandLimit", 16, Items(16, 100)))), 0);
-    e.Bytes(24, {7, 3, 16});
-    for (int i = 0; i < 16; ++i) {
-        PutItem(e, 28 + 12 * i, static_cast<uint8_t>(i), 100 + i, 1100 + i);
-    }
-    EXPECT_TRUE(Same(e));
-    EXPECT_EQ(Convert(Shaper(kDist + Block("guaranteeBandLimit", 8, Items(8, 100)))), 0);
-}
-
-TEST_F(ShaperTest, NullItemWithBandDistOnlyGivesNotices) {
     ASSERT_EQ(Convert(Shaper(kDist + Block("bandLimit", 2, "[null, {}]"))), 0) << log;
     for (const char *what : {"priority", "inkbps", "outkbps"}) {
         EXPECT_EQ(ovtest::CountOf(log, std::string("] Bandlimit ") + what + " is not set\n"), 2u)
             << log;
     }
     EXPECT_TRUE(Logged("Debug", "_OV_AgentShaperJsonToConf", "Bandlimit priority is not set"));
-    Expected e;
-    e.Bytes(0, {7, 0, 1}).Put<uint32_t>(4, 10).Put<uint32_t>(8, 20);
-    e.Put<uint16_t>(12, 30).Put<uint16_t>(14, 40).Bytes(16, {1, 2, 3, 4, 5, 6, 7, 8});
     EXPECT_TRUE(Same(e.Bytes(24, {7, 3, 2})));
 }
 
