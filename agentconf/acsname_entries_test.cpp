@@ -58,6 +58,13 @@ class AcsNameEntries : public testing::Test {
     AgentAcsNameEntries entries_{};
 };
 
+std::string Json(json_object *obj) {
+    OV_JsonPtr owned(obj);
+    return obj == nullptr ? "(null)"
+                          : json_object_to_json_string_ext(obj, JSON_C_TO_STRING_PLAIN |
+                                                                    JSON_C_TO_STRING_NOSLASHESCAPE);
+}
+
 template <size_t N>
 bool Same(const Sent &s, uint16_t function, const RecordBytes<N> &want) {
     return s.function == function && s.bytes == want.bytes;
@@ -98,6 +105,21 @@ TEST_F(AcsNameEntries, RecordNamesItsRequestsAndEachCarriesItsList) {
     ovtest::StdoutCapture quiet;
     EXPECT_EQ(OV_AgentAcsNameJsonStrToConf(&alone, text.c_str()), 0);
     EXPECT_EQ(std::memcmp(&first, &alone, sizeof first), 0);
+}
+
+TEST_F(AcsNameEntries, EveryListFormLandsInTheEntriesListsWithIdsFirst) {
+    std::vector<Sent> sent = Requests(R"({"id": 3, "ascname": "corp", "version": 1,
+        "ipwithidlist": [{"id": 9, "ip": "10.1.0.0/16"}], "iplist": ["192.168.1.1"],
+        "ipv6withidlist": [{"id": 4, "ip": "2001:db8::/32"}], "ipv6list": ["::1"],
+        "domainlist": ["example.org"], "domainwithidlist": [{"id": 2, "domain": "example.com"}]})");
+    ASSERT_EQ(sent.size(), 2u);
+    EXPECT_EQ(Json(OV_AgentAcsAddrRequestToJson(sent[0].bytes.data(), sent[0].bytes.size())),
+              R"({"id":3,"ascname":"corp","first":0,"count":4,"addresses":[)"
+              R"({"id":9,"ip":"10.1.0.0/16"},{"id":4,"ip":"2001:db8::/32"},)"
+              R"({"id":0,"ip":"192.168.1.1/32"},{"id":0,"ip":"::1/128"}]})");
+    EXPECT_EQ(Json(OV_AgentAcsDomainRequestToJson(sent[1].bytes.data(), sent[1].bytes.size())),
+              R"({"id":3,"ascname":"corp","first":0,"count":2,"domains":[)"
+              R"({"id":2,"domain":"example.com"},{"id":0,"domain":"example.org"}]})");
 }
 
 TEST_F(AcsNameEntries, ListsAreCutIntoFullRequestsInIndexOrder) {
@@ -170,13 +192,6 @@ TEST_F(AcsNameEntries, NothingIsBuiltAfterARefusalOrForARecordThatDoesNotFit) {
         EXPECT_EQ(OV_AgentAcsNameSendEntries(&conf, &entries_, RefuseSecond, &calls), -22);
         EXPECT_EQ(calls, 0);
     }
-}
-
-std::string Json(json_object *obj) {
-    OV_JsonPtr owned(obj);
-    return obj == nullptr ? "(null)"
-                          : json_object_to_json_string_ext(obj, JSON_C_TO_STRING_PLAIN |
-                                                                    JSON_C_TO_STRING_NOSLASHESCAPE);
 }
 
 TEST(AcsNameEntryJson, ShowsEachEntryAndRefusesAnyOtherLength) {

@@ -433,7 +433,23 @@ std::vector<KindSamples> AllSamples() {
         {RecordKind::AcsName,
          {{R"({"id": 12, "ascname": "office", "version": 3, "persistentFlag": true,
               "ipset": ["lan"], "domainset": ["corp"],
-              "Probe": {"Enable": 1, "Protocol": 6, "Port": 443, "Ip": "10.0.0.1"}})"}}},
+              "Probe": {"Enable": 1, "Protocol": 6, "Port": 443, "Ip": "10.0.0.1"}})"},
+          {R"({"id": 7, "ascname": "office", "version": 5000000000, "persistentFlag": true,
+              "ipset": ["lan", "dmz"], "Probe": {"Enable": true, "Protocol": 6, "Port": 443,
+              "Interval": 5, "Timeout": 2, "Retries": 3, "Ip": "10.1.2.3",
+              "Host": "probe.example.org"}})",
+           {R"({"id":7,"ascname":"office","version":5000000000,"persistentFlag":true,)"
+            R"("hasdomainsetid":false,"addrNum":0,"domainNum":0,"addrRequests":0,)"
+            R"("domainRequests":0,"ipset":["lan","dmz"],)"
+            R"("domainset":[],"Probe":{"Enable":true,"Protocol":6,"Port":443,"Interval":5,)"
+            R"("Timeout":2,"Retries":3,"Ip":"10.1.2.3","Host":"probe.example.org"}})"}},
+          {R"({"id": 1, "version": 0})"},
+          {R"({"id": -2, "ascname": "x", "version": 9223372036854775807, "persistentFlag": true,
+              "hasdomainsetid": true, "ipset": ["a", "b", "c"], "domainset": ["d"],
+              "Probe": {"Enable": false, "Protocol": 255, "Port": 65535, "Interval": -3,
+              "Timeout": 2147483646, "Retries": 0, "Ip6": "2001:db8::1", "Host": ""}})"},
+          {R"({"id": 3, "ascname": ")" + std::string(63, 'n') +
+           R"(", "version": 1, "Probe": {"Host": "h"}})"}}},
         {RecordKind::Shaper,
          {{R"({"shaperId": 1, "persistentFlag": true, "wanKbps": 100000, "wanInKbps": 100000,
               "inBurstMs": 100, "outBurstMs": 100, "bandDist": [2, 2, 8, 8, 8, 8, 8, 0],
