@@ -66,13 +66,6 @@ class ShaperTest
                              uint32_t out) {
         return e.Put(offset, priority).Put(offset + 4, in).Put(offset + 8, out);
     }
-    static Expected SampleRecord() {
-        Expected e;
-        e.Bytes(0, {1, 1, 1}).Put<uint32_t>(4, 100000).Put<uint32_t>(8, 100000);
-        e.Put<uint16_t>(12, 100).Put<uint16_t>(14, 100).Bytes(16, {2, 2, 8, 8, 8, 8, 8, 0});
-        e.Bytes(24, {1, 2, 1});
-        return PutItem(e, 28, 2, 1000000, 1000000);
-    }
     static AgentShaperConf ConfOf(const Expected &e) {
         AgentShaperConf conf;
         std::memcpy(&conf, e.bytes.data(), sizeof conf);
@@ -210,37 +203,7 @@ TEST_F(ShaperTest, MessagesNameWhatWasMissingOrRefused) {
 
 // ---- Record to JSON ----------------------------------------------------------------
 
-constexpr const char *kSampleText =
-    R"({ "shaperId": 1, "sharedNum": 1, "inBurstMs": 100, "outBurstMs": 100, )"
-    R"("wanInKbps": 100000, "wanKbps": 100000, "persistentFlag": true, )"
-    R"("bandDist": [ 2, 2, 8, 8, 8, 8, 8, 0 ], )"
-    R"("bandLimit": { "sharePriority": 2, "num": 1, "bandLimit": )"
-    R"([ { "priority": 2, "inkbps": 1000000, "outkbps": 1000000 } ] }, )"
-    R"("guaranteeBandLimit": { "sharePriority": 0, "num": 0, "bandLimit": [ ] } })";
-
-TEST_F(ShaperTest, PrintsTheSampleRecordInKeyOrderIntoAgentMemory) {
-    MemModuleStats before{};
-    MemModuleStats after{};
-    ASSERT_EQ(MemModuleGetStats(g_agentMemModule, &before), 0);
-    *conf = ConfOf(SampleRecord());
-    char *text = nullptr;
-    {
-        ovtest::StdoutCapture cap;
-        text = OV_AgentShaperConfToJsonStr(conf.get());
-        log = cap.Take();
-    }
-    ASSERT_NE(text, nullptr);
-    EXPECT_STREQ(text, kSampleText);
-    EXPECT_TRUE(Logged("Info", "OV_AgentShaperConfToJsonStr",
-                       std::string("shaper conf json str: ") + kSampleText));
-    // Exactly the text and its NUL, from the agent's module (16 bytes of guards).
-    ASSERT_EQ(MemModuleGetStats(g_agentMemModule, &after), 0);
-    EXPECT_EQ(after.MemCounter, before.MemCounter + 1);
-    EXPECT_EQ(after.MemUsage - before.MemUsage, static_cast<int32_t>(std::strlen(text) + 1 + 16));
-    AgentMemFree(text);
-}
-
-TEST_F(ShaperTest, PrintsFieldsFromTheirOwnOffsetsAndRatesAsSigned32Bit) {
+TEST_F(ShaperTest, PrintsFieldsFromTheirOwnOffsetsAndRatesAsSigned32BitIntoAgentMemory) {
     Expected e;
     e.Bytes(0, {200, 0xFE, 3}); // only bit 0 of byte 1 is the flag
     e.Put<uint32_t>(4, 0x80000000).Put<uint32_t>(8, 0xFFFFFFFF).Put<uint16_t>(12, 65535);
@@ -248,14 +211,32 @@ TEST_F(ShaperTest, PrintsFieldsFromTheirOwnOffsetsAndRatesAsSigned32Bit) {
     e.Bytes(124, {99, 5, 2}); // the block's id byte is not shown
     PutItem(e, 128, 6, 2147483647, 2147483648u);
     PutItem(e, 140, 7, 8, 9);
-    EXPECT_EQ(Print(ConfOf(e)),
-              R"({ "shaperId": 200, "sharedNum": 3, "inBurstMs": 65535, "outBurstMs": 4, )"
-              R"("wanInKbps": -1, "wanKbps": -2147483648, "persistentFlag": false, )"
-              R"("bandDist": [ 0, 0, 0, 0, 0, 0, 0, 255 ], )"
-              R"("bandLimit": { "sharePriority": 0, "num": 0, "bandLimit": [ ] }, )"
-              R"("guaranteeBandLimit": { "sharePriority": 5, "num": 2, "bandLimit": [ )"
-              R"({ "priority": 6, "inkbps": 2147483647, "outkbps": -2147483648 }, )"
-              R"({ "priority": 7, "inkbps": 8, "outkbps": 9 } ] } })");
+    const std::string want =
+        R"({ "shaperId": 200, "sharedNum": 3, "inBurstMs": 65535, "outBurstMs": 4, )"
+        R"("wanInKbps": -1, "wanKbps": -2147483648, "persistentFlag": false, )"
+        R"("bandDist": [ 0, 0, 0, 0, 0, 0, 0, 255 ], )"
+        R"("bandLimit": { "sharePriority": 0, "num": 0, "bandLimit": [ ] }, )"
+        R"("guaranteeBandLimit": { "sharePriority": 5, "num": 2, "bandLimit": [ )"
+        R"({ "priority": 6, "inkbps": 2147483647, "outkbps": -2147483648 }, )"
+        R"({ "priority": 7, "inkbps": 8, "outkbps": 9 } ] } })";
+    MemModuleStats before{};
+    MemModuleStats after{};
+    ASSERT_EQ(MemModuleGetStats(g_agentMemModule, &before), 0);
+    *conf = ConfOf(e);
+    char *text = nullptr;
+    {
+        ovtest::StdoutCapture cap;
+        text = OV_AgentShaperConfToJsonStr(conf.get());
+        log = cap.Take();
+    }
+    ASSERT_NE(text, nullptr);
+    EXPECT_EQ(text, want);
+    EXPECT_TRUE(Logged("Info", "OV_AgentShaperConfToJsonStr", "shaper conf json str: " + want));
+    // Exactly the text and its NUL, from the agent's module (16 bytes of guards).
+    ASSERT_EQ(MemModuleGetStats(g_agentMemModule, &after), 0);
+    EXPECT_EQ(after.MemCounter, before.MemCounter + 1);
+    EXPECT_EQ(after.MemUsage - before.MemUsage, static_cast<int32_t>(std::strlen(text) + 1 + 16));
+    AgentMemFree(text);
 }
 
 // Both the printer and the agent's decoder show a received num of items only
@@ -295,7 +276,7 @@ TEST_F(ShaperTest, PrintFailuresGiveNullWithTheirMessage) {
                        std::string("Agent shaper conf to json failed(22:") + OV_StrError(22) + ")"))
         << log;
     AgentMemModuleUnregister(); // no module to copy the text into
-    EXPECT_EQ(Print(ConfOf(SampleRecord())), "");
+    EXPECT_EQ(Print(AgentShaperConf{}), "");
     EXPECT_TRUE(
         Logged("Error", "OV_AgentShaperConfToJsonStr", "Failed to alloc memory for jsonStr"))
         << log;
