@@ -2,6 +2,7 @@
 // request; every record kind converts, decodes to the JSON an operator reads
 // and converts again to the same bytes; every decoder refuses other lengths
 // and stays inside the record whatever it holds.
+#include "agentconf/acsname.h"
 #include "agentconf/engine.h"
 #include "agentconf/json_conv.h"
 #include "agentconf/records.h"
@@ -484,6 +485,24 @@ INSTANTIATE_TEST_SUITE_P(EveryKind, RecordRoundTrip, testing::ValuesIn(AllSample
                              return std::string(OV_RecordSpecOf(p.param.kind).name);
                          });
 
+class AcsNameRecord : public RecordRoundTrip {};
+
+// The entries go in requests of their own: the decoded record shows how many
+// there were, and everything but those counts converts back.
+TEST_F(AcsNameRecord, EntryListsAreCountedButNotCarried) {
+    const OV_RecordSpec &kindInfo = OV_RecordSpecOf(RecordKind::AcsName);
+    std::vector<uint8_t> first = Convert(kindInfo, R"({"id": 4, "version": 2,
+        "ipwithidlist": [{"id": 1, "ip": "1.2.3.4"}], "ipv6list": ["::1"],
+        "domainwithidlist": [{"id": 2, "domain": "a.b"}]})");
+    ASSERT_EQ(first.size(), kindInfo.size);
+    std::string decoded = Decoded(kindInfo, first);
+    EXPECT_NE(decoded.find(R"("addrNum":2,"domainNum":1,)"), std::string::npos) << decoded;
+    constexpr size_t from = offsetof(AgentAcsNameConf, addrNum);
+    constexpr size_t to = offsetof(AgentAcsNameConf, ipSets);
+    std::fill(first.begin() + from, first.begin() + to, 0);
+    EXPECT_TRUE(ovtest::SameBytes(Convert(kindInfo, decoded), first)) << decoded;
+}
+
 // Records only another sender gives (no JSON converts to them) are shown as
 // they are.
 TEST(RecordDecoder, ShowsRecordsNoConversionGives) {
@@ -544,6 +563,31 @@ TEST(RecordDecoder, RefusesOtherLengthsAndReadsOnlyTheRecord) {
             EXPECT_NE(obj, nullptr) << int{fill};
         }
     }
+}
+
+TEST(RecordDecoder, AccessNameCountsAndTextsStayInsideTheirFields) {
+    auto rec = std::make_unique<uint8_t[]>(sizeof(AgentAcsNameConf));
+    std::memset(rec.get(), 'a', sizeof(AgentAcsNameConf));
+    rec[offsetof(AgentAcsNameConf, ipSetNum)] = 200;
+    rec[offsetof(AgentAcsNameConf, domainSetNum)] = 33;
+    rec[offsetof(AgentAcsNameConf, probe) + offsetof(AgentAcsProbe, ipType)] = 1;
+    OV_JsonPtr obj(
+        OV_RecordSpecOf(RecordKind::AcsName).decode(rec.get(), sizeof(AgentAcsNameConf)));
+    ASSERT_NE(obj, nullptr);
+    for (const char *key : {"ipset", "domainset"}) {
+        json_object *arr = nullptr;
+        ASSERT_TRUE(json_object_object_get_ex(obj.get(), key, &arr)) << key;
+        ASSERT_EQ(json_object_array_length(arr), ACSNAME_SET_MAX) << key;
+        EXPECT_EQ(json_object_get_string_len(json_object_array_get_idx(arr, 31)), 64);
+    }
+    json_object *name = nullptr;
+    ASSERT_TRUE(json_object_object_get_ex(obj.get(), "ascname", &name));
+    EXPECT_EQ(json_object_get_string_len(name), 64);
+    json_object *probe = nullptr;
+    json_object *host = nullptr;
+    ASSERT_TRUE(json_object_object_get_ex(obj.get(), "Probe", &probe));
+    ASSERT_TRUE(json_object_object_get_ex(probe, "Host", &host));
+    EXPECT_EQ(json_object_get_string_len(host), static_cast<int>(ACSNAME_PROBE_HOST_LEN));
 }
 
 } // namespace
