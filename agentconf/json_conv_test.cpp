@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -144,24 +145,15 @@ TEST(HexByte, ReadsEveryPairAsTheCLibrarysScan) {
     EXPECT_EQ(differences, 0);
 }
 
+// Longer texts than the scan above makes: two digits at most, a sign counting
+// as one of them and leading blanks as none.
 TEST(HexByte, ReadsTwoCharactersAtMost) {
-    struct Case {
-        const char *text;
-        bool read;
-        uint8_t value;
-    };
-    const Case cases[] = {
-        // Longer texts than the scan above makes: two digits at most, the
-        // sign counting as one of them and leading blanks as none.
-        {"abc", true, 0xab},
-        {"-1f", true, 0xff},
-        {" 7f0", true, 0x7f},
-        {"+fff", true, 0x0f},
-    };
-    for (const Case &c : cases) {
+    const std::pair<const char *, uint8_t> cases[] = {
+        {"abc", 0xab}, {"-1f", 0xff}, {" 7f0", 0x7f}, {"+fff", 0x0f}};
+    for (const auto &[text, value] : cases) {
         uint8_t v = 0;
-        EXPECT_EQ(OV_ScanHexByte(c.text, &v), c.read) << '"' << c.text << '"';
-        EXPECT_EQ(v, c.value) << '"' << c.text << '"';
+        EXPECT_TRUE(OV_ScanHexByte(text, &v)) << text;
+        EXPECT_EQ(v, value) << text;
     }
 }
 
