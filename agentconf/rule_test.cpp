@@ -271,37 +271,27 @@ TEST_F(RuleConv, MessagesNameWhatWasMissingOrRefused) {
 
 TEST_F(RuleConv, NatInfoFormsAndPorts) {
     struct Case {
-        const char *actions;
         uint8_t count;
-        std::vector<uint8_t> area; // the first bytes of the translated address area
         uint16_t min;
         uint16_t max;
+        std::vector<uint8_t> area; // the first bytes of the translated address area
+        const char *actions;
     };
     const Case cases[] = {
         // DNAT reads Port; SNAT reads PortRange and ignores Port.
-        {R"({"DnatFlag": true, "NatInfo": {"NatMode": 1, "NatIpMode": 3, "Ip": "10.0.0.1",
-            "Port": 8080, "PortRange": {"Min": 1, "Max": 2}}})",
-         1,
-         {1, 0, 0, 10},
-         8080,
-         0},
-        {R"({"SnatFlag": true, "NatInfo": {"NatIpMode": 0, "Ips": ["1.2.3.4", "5.6.7.8"],
-            "Port": 8080, "PortRange": {"Min": 1000, "Max": 2000}}})",
-         2,
-         {4, 3, 2, 1, 8, 7, 6, 5},
-         1000,
-         2000},
+        {1, 8080, 0, {1, 0, 0, 10}, R"({"DnatFlag": true, "NatInfo": {"NatMode": 1,
+            "NatIpMode": 3, "Ip": "10.0.0.1", "Port": 8080, "PortRange": {"Min": 1, "Max": 2}}})"},
+        {2, 1000, 2000, {4, 3, 2, 1, 8, 7, 6, 5}, R"({"SnatFlag": true, "NatInfo": {
+            "NatIpMode": 0, "Ips": ["1.2.3.4", "5.6.7.8"], "Port": 8080,
+            "PortRange": {"Min": 1000, "Max": 2000}}})"},
         // The single address wins over the list; out-of-range ports stay zero.
-        {R"({"SnatFlag": true, "DnatFlag": true, "NatInfo": {"IpType": 1, "Ip6": "::2",
-            "Ipv6s": ["::3"], "Port": 2147483647}})",
-         1,
-         {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2},
-         0,
-         0},
-        {R"({"SnatFlag": true, "NatInfo": {"IpType": 2, "Ip": "1.2.3.4"}})", 0, {}, 0, 0},
+        {1, 0, 0, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2}, R"({"SnatFlag": true,
+            "DnatFlag": true, "NatInfo": {"IpType": 1, "Ip6": "::2", "Ipv6s": ["::3"],
+            "Port": 2147483647}})"},
+        {0, 0, 0, {}, R"({"SnatFlag": true, "NatInfo": {"IpType": 2, "Ip": "1.2.3.4"}})"},
         // Without a NAT flag NatInfo is not read at all.
-        {R"({"NatInfo": {"NatMode": 1, "Ip": "bad"}})", 0, {}, 0, 0},
-        {R"({"SnatFlag": true})", 0, {}, 0, 0},
+        {0, 0, 0, {}, R"({"NatInfo": {"NatMode": 1, "Ip": "bad"}})"},
+        {0, 0, 0, {}, R"({"SnatFlag": true})"},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.actions);
