@@ -197,40 +197,40 @@ TEST_F(ConnConv, KeyTextsAreScannedPairwiseOverTwiceTheirLength) {
         hex128 += "0123456789abcdef"[(0x80 + i) & 15];
     }
     struct Case {
-        std::string extra;
         uint8_t cipherLen;
         uint8_t hmacLen;
         std::initializer_list<uint8_t> cipher;
         std::initializer_list<uint8_t> hmac;
+        std::string extra;
     };
     const Case cases[] = {
-        {R"(, "KeyLength": 0, "InputKey": "aabb")", 0, 0, none, none},
-        {R"(, "KeyLength": 3, "InputKey": "0a 1b")", 3, 0, {0x0a, 0x01, 0x0b}, none},
-        {R"(, "KeyLength": 3, "InputKey": "zz11")", 3, 0, {0x00, 0x11}, none},
-        {R"(, "CipherKeyLen": 1, "KeyLength": 2, "CipherKey": "01", "InputKey": "ffff")",
-         1,
+        {0, 0, none, none, R"(, "KeyLength": 0, "InputKey": "aabb")"},
+        {3, 0, {0x0a, 0x01, 0x0b}, none, R"(, "KeyLength": 3, "InputKey": "0a 1b")"},
+        {3, 0, {0x00, 0x11}, none, R"(, "KeyLength": 3, "InputKey": "zz11")"},
+        {1,
          0,
          {0x01},
-         none},
-        {R"(, "CipherKeyLen": 300, "KeyLength": 2, "InputKey": "0102")", 2, 0, {0x01, 0x02}, none},
+         none,
+         R"(, "CipherKeyLen": 1, "KeyLength": 2, "CipherKey": "01", "InputKey": "ffff")"},
+        {2, 0, {0x01, 0x02}, none, R"(, "CipherKeyLen": 300, "KeyLength": 2, "InputKey": "0102")"},
         // The HMAC text is shorter than twice its length: the pair that
         // starts on its NUL does not scan, the next one is the cipher's tail.
-        {R"(, "KeyLength": 10, "CipherKey": "00112233445566778899",)"
-         R"( "HmacKeyLen": 3, "HmacKey": "ab")",
-         10,
+        {10,
          3,
          {0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88, 0x99},
-         {0xab, 0x00, 0x22}},
+         {0xab, 0x00, 0x22},
+         R"(, "KeyLength": 10, "CipherKey": "00112233445566778899", "HmacKeyLen": 3,)"
+         R"( "HmacKey": "ab")"},
         // An empty HMAC text is still scanned.
-        {R"(, "KeyLength": 3, "CipherKey": "a1b2c3", "HmacKeyLen": 2, "HmacKey": "")",
-         3,
+        {3,
          2,
          {0xa1, 0xb2, 0xc3},
-         {0x00, 0xb2}},
+         {0x00, 0xb2},
+         R"(, "KeyLength": 3, "CipherKey": "a1b2c3", "HmacKeyLen": 2, "HmacKey": "")"},
         // Lengths beyond the texts stay inside the key areas.
-        {R"(, "KeyLength": 255, "CipherKey": ")" + hex128 +
-             R"(", "HmacKeyLen": 255, "HmacKey": ")" + hex128 + "\"",
-         255, 255, none, none},
+        {255, 255, none, none,
+         R"(, "KeyLength": 255, "CipherKey": ")" + hex128 +
+             R"(", "HmacKeyLen": 255, "HmacKey": ")" + hex128 + "\""},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.extra);
