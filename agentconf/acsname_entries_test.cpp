@@ -121,22 +121,16 @@ TEST_F(AcsNameEntries, RequiredKeysFailWithTheirTexts) {
 }
 
 TEST_F(AcsNameEntries, RefusesMoreEntriesOrSetsThanTheRecordHolds) {
-    std::string many = R"({"id": 1, "version": 1, "iplist": [)";
-    for (uint32_t i = 0; i <= ACSNAME_ADDR_MAX; ++i) {
-        many += (i == 0 ? "" : ",");
-        many += "\"10.0.0.1\"";
-    }
-    many += "]}";
-    EXPECT_EQ(Convert(many), -22);
+    auto with = [](const char *key, size_t n, const std::string &item) {
+        std::string text = std::string(R"({"id": 1, "version": 1, ")") + key + "\": [" + item;
+        for (size_t i = 1; i < n; ++i) {
+            text += "," + item;
+        }
+        return text + "]}";
+    };
+    EXPECT_EQ(Convert(with("iplist", ACSNAME_ADDR_MAX + 1, "\"10.0.0.1\"")), -22);
     EXPECT_NE(out_.find("Get ip entries num failed"), std::string::npos);
-
-    std::string sets = R"({"id": 1, "version": 1, "ipset": [)";
-    for (size_t i = 0; i <= ACSNAME_SET_MAX; ++i) {
-        sets += (i == 0 ? "" : ",");
-        sets += "\"s\"";
-    }
-    sets += "]}";
-    EXPECT_EQ(Convert(sets), -22);
+    EXPECT_EQ(Convert(with("ipset", ACSNAME_SET_MAX + 1, "\"s\"")), -22);
     EXPECT_EQ(conf_.ipSetNum, ACSNAME_SET_MAX);
     EXPECT_NE(out_.find("Json to conf for ipset failed(22:Invalid argument)"), std::string::npos);
 }
@@ -145,27 +139,17 @@ TEST_F(AcsNameEntries, RecordNamesItsRequestsAndEachCarriesItsList) {
     const std::string text = R"({"id": 5, "ascname": "corp", "version": 1, "persistentFlag": true,
         "iplist": ["10.1.0.0/16"], "domainlist": ["example.com"]})";
     std::vector<Sent> sent = Requests(text);
-    EXPECT_TRUE(ovtest::SameRecord(conf_, RecordBytes<4480>()
-                                              .Put<uint32_t>(0, 5)
-                                              .Text(4, "corp")
-                                              .Put<uint8_t>(68, 1)
-                                              .Put<uint64_t>(72, 1)
-                                              .Put<uint32_t>(80, 1)
-                                              .Put<uint32_t>(84, 1)
-                                              .Put<uint64_t>(88, 1)
-                                              .Put<uint64_t>(96, 1)));
+    RecordBytes<4480> rec;
+    rec.Put<uint32_t>(0, 5).Text(4, "corp").Put<uint8_t>(68, 1).Put<uint64_t>(72, 1);
+    rec.Put<uint32_t>(80, 1).Put<uint32_t>(84, 1).Put<uint64_t>(88, 1).Put<uint64_t>(96, 1);
+    EXPECT_TRUE(ovtest::SameRecord(conf_, rec));
     ASSERT_EQ(sent.size(), 2u);
-    EXPECT_TRUE(Same(sent[0], 2,
-                     RecordBytes<104>()
-                         .Put<uint32_t>(0, 5)
-                         .Text(4, "corp")
-                         .Put<uint32_t>(72, 1)
-                         .Bytes(84, {0, 16})
-                         .Put<uint32_t>(88, 0x0A010000)));
-    EXPECT_TRUE(
-        Same(sent[1], 3,
-             RecordBytes<336>().Put<uint32_t>(0, 5).Text(4, "corp").Put<uint32_t>(72, 1).Text(
-                 84, "example.com")));
+    RecordBytes<104> addrs;
+    addrs.Put<uint32_t>(0, 5).Text(4, "corp").Put<uint32_t>(72, 1).Bytes(84, {0, 16});
+    EXPECT_TRUE(Same(sent[0], 2, addrs.Put<uint32_t>(88, 0x0A010000)));
+    RecordBytes<336> domains;
+    domains.Put<uint32_t>(0, 5).Text(4, "corp").Put<uint32_t>(72, 1).Text(84, "example.com");
+    EXPECT_TRUE(Same(sent[1], 3, domains));
 
     // Nothing of this run's memory gets in: the next run gives the same bytes,
     // and the record-only converter the same record.
