@@ -112,6 +112,7 @@ TEST_F(RuleConv, EachFormGivesItsBytes) {
         ASSERT_EQ(Convert(c.text), 0) << log;
         EXPECT_TRUE(Same(c.want));
     }
+    EXPECT_EQ(log.find("not set Set"), std::string::npos) << log; // the last row has them all
 }
 
 TEST_F(RuleConv, MissingListEndsTheMatchWithSuccessAndLeavesTheRestZero) {
