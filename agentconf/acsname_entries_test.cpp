@@ -140,15 +140,15 @@ TEST_F(AcsNameEntries, RecordNamesItsRequestsAndEachCarriesItsList) {
         "iplist": ["10.1.0.0/16"], "domainlist": ["example.com"]})";
     std::vector<Sent> sent = Requests(text);
     RecordBytes<4480> rec;
-    rec.Put<uint32_t>(0, 5).Text(4, "corp").Put<uint8_t>(68, 1).Put<uint64_t>(72, 1);
-    rec.Put<uint32_t>(80, 1).Put<uint32_t>(84, 1).Put<uint64_t>(88, 1).Put<uint64_t>(96, 1);
+    rec.U32(0, 5).Text(4, "corp").U8(68, 1).U64(72, 1);
+    rec.U32(80, 1).U32(84, 1).U64(88, 1).U64(96, 1);
     EXPECT_TRUE(ovtest::SameRecord(conf_, rec));
     ASSERT_EQ(sent.size(), 2u);
     RecordBytes<104> addrs;
-    addrs.Put<uint32_t>(0, 5).Text(4, "corp").Put<uint32_t>(72, 1).Bytes(84, {0, 16});
-    EXPECT_TRUE(Same(sent[0], 2, addrs.Put<uint32_t>(88, 0x0A010000)));
+    addrs.U32(0, 5).Text(4, "corp").U32(72, 1).Bytes(84, {0, 16});
+    EXPECT_TRUE(Same(sent[0], 2, addrs.U32(88, 0x0A010000)));
     RecordBytes<336> domains;
-    domains.Put<uint32_t>(0, 5).Text(4, "corp").Put<uint32_t>(72, 1).Text(84, "example.com");
+    domains.U32(0, 5).Text(4, "corp").U32(72, 1).Text(84, "example.com");
     EXPECT_TRUE(Same(sent[1], 3, domains));
 
     // Nothing of this run's memory gets in: the next run gives the same bytes,
@@ -251,13 +251,13 @@ TEST_F(AcsNameEntries, NothingIsBuiltAfterARefusalOrForARecordThatDoesNotFit) {
 
 TEST(AcsNameEntryJson, ShowsEachEntryAndRefusesAnyOtherLength) {
     RecordBytes<80 + 6 * 24> addrs;
-    addrs.Put<int32_t>(0, -3).Text(4, "lab").Put<uint32_t>(68, 7).Put<uint32_t>(72, 6);
-    addrs.Put<uint32_t>(80, 9).Bytes(84, {0, 16}).Put<uint32_t>(88, 0x0A010000);
+    addrs.Put<int32_t>(0, -3).Text(4, "lab").U32(68, 7).U32(72, 6);
+    addrs.U32(80, 9).Bytes(84, {0, 16}).U32(88, 0x0A010000);
     addrs.Bytes(108, {1, 32}).Bytes(112, {0x20, 0x01, 0x0d, 0xb8});
     addrs.Bytes(132, {1, 128}).Bytes(151, {1});
     addrs.Bytes(156, {1, 64}).Bytes(160, {0, 1, 0, 0, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 3});
     addrs.Bytes(180, {1, 0});
-    addrs.Put<uint32_t>(200, 4).Bytes(204, {7, 1});
+    addrs.U32(200, 4).Bytes(204, {7, 1});
     EXPECT_EQ(Json(OV_AgentAcsAddrRequestToJson(addrs.bytes.data(), addrs.bytes.size())),
               R"({"id":-3,"ascname":"lab","first":7,"count":6,"addresses":[)"
               R"({"id":9,"ip":"10.1.0.0/16"},{"id":0,"ip":"2001:db8::/32"},)"
@@ -265,8 +265,8 @@ TEST(AcsNameEntryJson, ShowsEachEntryAndRefusesAnyOtherLength) {
               R"({"id":4,"ipType":7}]})");
 
     RecordBytes<80 + 2 * 256> domains;
-    domains.Put<uint32_t>(0, 1).Text(4, "lab").Put<uint32_t>(72, 2);
-    domains.Put<uint32_t>(80, 2).Text(84, "example.com");
+    domains.U32(0, 1).Text(4, "lab").U32(72, 2);
+    domains.U32(80, 2).Text(84, "example.com");
     std::memset(domains.bytes.data() + 340, 'x', ACSNAME_DOMAIN_LEN); // no NUL: cut at the field
     EXPECT_EQ(Json(OV_AgentAcsDomainRequestToJson(domains.bytes.data(), domains.bytes.size())),
               R"({"id":1,"ascname":"lab","first":0,"count":2,"domains":[)"

@@ -25,12 +25,7 @@ class ConnConv : public ovtest::RecordConverterTest<AgentConnConf, OV_AgentConnJ
     /// The record of Minimal(): the IPv6 family bytes are always set, and
     /// NetId 0 carries into EncryptAlgo, so CryptoSuite defaults to 0.
     static Expected MinimalRec() {
-        return Expected()
-            .Put<uint32_t>(0, 9)
-            .Put<uint32_t>(4, 1)
-            .Put<uint8_t>(76, 1)
-            .Put<uint8_t>(96, 1)
-            .Put<uint64_t>(548, 2);
+        return Expected().U32(0, 9).U32(4, 1).U8(76, 1).U8(96, 1).U64(548, 2);
     }
 };
 
@@ -106,7 +101,7 @@ TEST_F(ConnConv, RefusalsEndWithTheirCodeAndMessage) {
 
     // Fields read before the refusal stay written: here Path's item 0.
     ASSERT_EQ(Convert(Minimal(R"(, "Path": [1, null])")), -22);
-    EXPECT_TRUE(Same(MinimalRec().Put<uint32_t>(116, 1).Put<uint64_t>(548, 0)));
+    EXPECT_TRUE(Same(MinimalRec().U32(116, 1).U64(548, 0)));
 }
 
 TEST_F(ConnConv, EachFormGivesItsBytes) {
@@ -143,14 +138,14 @@ TEST_F(ConnConv, EachFormGivesItsBytes) {
          MinimalRec()},
         // Optional fields and their widths.
         {Minimal(R"(, "LocalIp": "10.1.2.3", "PeerIp6": "::ffff:10.0.0.1")"),
-         MinimalRec().Put<uint32_t>(20, 0x0A010203).Bytes(90, {0xff, 0xff, 10, 0, 0, 1})},
+         MinimalRec().U32(20, 0x0A010203).Bytes(90, {0xff, 0xff, 10, 0, 0, 1})},
         // Address texts too long for their buffers are skipped like missing keys.
         {Minimal(R"(, "PeerIp": "  10.1.2.3         ", "LocalIp6": ")" + std::string(50, '1') +
                  "\""),
          MinimalRec()},
         {Minimal(R"(, "SlaCfg": {"ConnSRttLow": 65537, "ConnLossRateHigh": -1})"),
-         MinimalRec().Put<uint16_t>(528, 1).Put<uint16_t>(546, 0xFFFF)},
-        {Minimal(R"(, "SessionId": -2)"), MinimalRec().Put<uint32_t>(112, 0xFFFFFFFE)},
+         MinimalRec().U16(528, 1).U16(546, 0xFFFF)},
+        {Minimal(R"(, "SessionId": -2)"), MinimalRec().U32(112, 0xFFFFFFFE)},
         // An overlong PeerUid is a notice and leaves its cut copy.
         {Minimal(R"(, "PeerUid": ")" + std::string(40, 'u') + "\""),
          MinimalRec().Text(162, std::string(31, 'u').c_str())},
@@ -177,11 +172,11 @@ TEST_F(ConnConv, EachFormGivesItsBytes) {
     for (unsigned bit = 0; bit < std::size(flags); ++bit) {
         if (*flags[bit] != '\0') {
             ASSERT_EQ(Convert(Minimal(std::string(", \"") + flags[bit] + "\": true")), 0);
-            EXPECT_TRUE(Same(MinimalRec().Put<uint16_t>(110, 1u << bit))) << flags[bit];
+            EXPECT_TRUE(Same(MinimalRec().U16(110, 1u << bit))) << flags[bit];
         }
     }
     ASSERT_EQ(Convert(Minimal(R"(, "ClearDFFlag": true)")), 0);
-    EXPECT_TRUE(Same(MinimalRec().Put<uint8_t>(146, 0x01)));
+    EXPECT_TRUE(Same(MinimalRec().U8(146, 0x01)));
     ASSERT_EQ(Convert(Minimal(R"(, "SlaCfg": {})")), 0);
     EXPECT_TRUE(
         Logged("Debug", "_OV_AgentConnSlaCfgJsonToConf", "Connection conf not set ConnOutBWLow!"));
@@ -239,7 +234,7 @@ TEST_F(ConnConv, KeyTextsAreScannedPairwiseOverTwiceTheirLength) {
         e.Bytes(194, c.cipher).Bytes(258, c.hmac);
         if (c.cipherLen == 255) {
             for (int i = 0; i < 64; ++i) {
-                e.Put<uint8_t>(194 + i, 0x80 + i).Put<uint8_t>(258 + i, 0x80 + i);
+                e.U8(194 + i, 0x80 + i).U8(258 + i, 0x80 + i);
             }
         }
         EXPECT_TRUE(Same(e));
@@ -252,12 +247,12 @@ TEST_F(ConnConv, ArraysRunOnPastTheirSlotsButNotPastTheRecord) {
     ASSERT_EQ(Convert(Minimal(R"(, "Path": [1, 2, 3, 4, 5, 6, 67305985])")), 0);
     Expected e = MinimalRec();
     for (uint32_t i = 0; i < 6; ++i) {
-        e.Put<uint32_t>(116 + 4 * i, i + 1);
+        e.U32(116 + 4 * i, i + 1);
     }
     EXPECT_TRUE(Same(e.Bytes(140, {0x01, 0x02, 0x03, 0x04})));
     ASSERT_EQ(Convert(Minimal(R"(, "Path": [1, 2, 3, 4, 5, 6, 67305985], "KeepaliveTimeout": 9)")),
               0);
-    EXPECT_TRUE(Same(e.Put<uint8_t>(142, 9)));
+    EXPECT_TRUE(Same(e.U8(142, 9)));
 
     auto ones = [](int n) {
         std::string s = "[1";

@@ -19,7 +19,7 @@ using Expected = GlobalArgConv::Expected;
 constexpr const char *kFn = "_OV_AgentGlobalArgJsonToConf";
 
 Expected Head(uint16_t type, uint16_t lenth) {
-    return Expected().Put<uint16_t>(0, type).Put<uint16_t>(2, lenth);
+    return Expected().U16(0, type).U16(2, lenth);
 }
 
 TEST_F(GlobalArgConv, EachTypeTakesItsValueForm) {
@@ -29,21 +29,18 @@ TEST_F(GlobalArgConv, EachTypeTakesItsValueForm) {
     };
     const std::string digits49 = std::string(48, '0') + "7";
     const Case cases[] = {
-        {R"({"Type": 0, "Lenth": 4, "Value": 7})", Head(0, 4).Put<uint32_t>(8, 7)},
-        {R"({"Type": 75, "Lenth": 4, "Value": "4294967295"})",
-         Head(75, 4).Put<uint32_t>(8, 0xFFFFFFFF)},
-        {R"({"Type": 1, "Lenth": 4, "Value": " 42 "})", Head(1, 4).Put<uint32_t>(8, 42)},
-        {R"({"Type": 1, "Lenth": 4, "Value": "\t0042x"})", Head(1, 4).Put<uint32_t>(8, 42)},
-        {R"({"Type": 1, "Lenth": 4, "Value": 1.9})", Head(1, 4).Put<uint32_t>(8, 1)},
-        {R"({"Type": 13, "Lenth": 4, "Range": [65535, 0]})", Head(13, 4).Put<uint16_t>(8, 65535)},
-        {R"({"Type": 65549, "Lenth": -1, "Range": [1, 2]})",
-         Head(13, 0xFFFF).Put<uint16_t>(8, 1).Put<uint16_t>(10, 2)},
+        {R"({"Type": 0, "Lenth": 4, "Value": 7})", Head(0, 4).U32(8, 7)},
+        {R"({"Type": 75, "Lenth": 4, "Value": "4294967295"})", Head(75, 4).U32(8, 0xFFFFFFFF)},
+        {R"({"Type": 1, "Lenth": 4, "Value": " 42 "})", Head(1, 4).U32(8, 42)},
+        {R"({"Type": 1, "Lenth": 4, "Value": "\t0042x"})", Head(1, 4).U32(8, 42)},
+        {R"({"Type": 1, "Lenth": 4, "Value": 1.9})", Head(1, 4).U32(8, 1)},
+        {R"({"Type": 13, "Lenth": 4, "Range": [65535, 0]})", Head(13, 4).U16(8, 65535)},
+        {R"({"Type": 65549, "Lenth": -1, "Range": [1, 2]})", Head(13, 0xFFFF).U16(8, 1).U16(10, 2)},
         {R"({"Type": 37, "Lenth": 16, "Ipv6": "ff02::1:2"})",
-         Head(37, 16).Put<uint16_t>(8, 0x02ff).Put<uint16_t>(20, 0x0100).Put<uint16_t>(22, 0x0200)},
+         Head(37, 16).U16(8, 0x02ff).U16(20, 0x0100).U16(22, 0x0200)},
         {R"({"Type": 40, "Lenth": 16, "Ipv6": "::"})", Head(40, 16)},
         // Value texts of up to 49 characters are read.
-        {R"({"Type": 1, "Lenth": 4, "Value": ")" + digits49 + "\"}",
-         Head(1, 4).Put<uint32_t>(8, 7)},
+        {R"({"Type": 1, "Lenth": 4, "Value": ")" + digits49 + "\"}", Head(1, 4).U32(8, 7)},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.json);

@@ -23,15 +23,15 @@ TEST_F(LinkIpConv, EachFormGivesItsBytes) {
         // Texts too long for their buffers are skipped like missing keys: 49
         // characters fit the 50-byte IPv6 buffer, 50 do not.
         {R"({"Type": 1, "SiteIpId": 1, "SiteId": 1, "IpAddr": "100.100.100.100    "})",
-         Expected().Bytes(0, {1, 1}).Put<uint32_t>(8, 1)},
+         Expected().Bytes(0, {1, 1}).U32(8, 1)},
         {R"({"Type": 1, "SiteIpId": 1, "SiteId": 1, "Ip6Addr": "::1)" + std::string(46, ' ') +
              "\"}",
-         Expected().Bytes(0, {1, 1, 0x04}).Put<uint32_t>(8, 1).Put<uint8_t>(35, 1)},
+         Expected().Bytes(0, {1, 1, 0x04}).U32(8, 1).U8(35, 1)},
         {R"({"Type": 1, "SiteIpId": 1, "SiteId": 1, "Ip6Addr": "::1)" + std::string(47, ' ') +
              "\"}",
-         Expected().Bytes(0, {1, 1}).Put<uint32_t>(8, 1)},
+         Expected().Bytes(0, {1, 1}).U32(8, 1)},
         {R"({"Type": 1, "SiteIpId": 1, "SiteId": 1, "IpAddr": null, "Ip6Addr": "::"})",
-         Expected().Bytes(0, {1, 1, 0x04}).Put<uint32_t>(8, 1)},
+         Expected().Bytes(0, {1, 1, 0x04}).U32(8, 1)},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.json);
@@ -80,15 +80,14 @@ TEST_F(LinkConv, EachFormGivesItsBytes) {
     const Case cases[] = {
         {R"({"NetId": 3, "LinkId": 16777217, "Role": true, "Simu": false, "Type": 2,
             "PersistentFlag": true})",
-         Expected().Put<uint32_t>(0, 3).Put<uint32_t>(4, 1).Put<uint8_t>(8, 0x19)},
+         Expected().U32(0, 3).U32(4, 1).U8(8, 0x19)},
         {R"({"NetId": 3, "LinkId": -1, "Type": 6, "Ipv6Flag": 1, "Leased": "y"})",
-         Expected().Put<uint32_t>(0, 3).Put<uint32_t>(4, 0x00FFFFFF).Put<uint8_t>(8, 0x68)},
+         Expected().U32(0, 3).U32(4, 0x00FFFFFF).U8(8, 0x68)},
         // A Type the 8-bit getter refuses is left out, not a failure.
-        {R"({"NetId": 3, "LinkId": 4, "Type": 256})",
-         Expected().Put<uint32_t>(0, 3).Put<uint32_t>(4, 4)},
+        {R"({"NetId": 3, "LinkId": 4, "Type": 256})", Expected().U32(0, 3).U32(4, 4)},
         // Ports are cut to 16 bits.
         {R"({"NetId": 3, "LinkId": 4, "LocalSitePort": 70000, "PeerSitePort": -1})",
-         Expected().Put<uint32_t>(0, 3).Put<uint32_t>(4, 4).Put<uint32_t>(28, 0xFFFF1170)},
+         Expected().U32(0, 3).U32(4, 4).U32(28, 0xFFFF1170)},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.json);
@@ -99,7 +98,7 @@ TEST_F(LinkConv, EachFormGivesItsBytes) {
 
 TEST_F(LinkConv, MinimalLinkConvertsAfterANoticePerMissingKeyInReadingOrder) {
     ASSERT_EQ(Convert(R"({"NetId": 1, "LinkId": 2})"), 0);
-    EXPECT_TRUE(Same(Expected().Put<uint32_t>(0, 1).Put<uint32_t>(4, 2)));
+    EXPECT_TRUE(Same(Expected().U32(0, 1).U32(4, 2)));
     const char *keys[] = {
         "Mode",       "Thresh",         "ProtoVersion",      "WanId",           "PeerSiteIpId",
         "PeerSiteId", "PeerCustomerId", "KeepaliveInterval", "KeepaliveTimeout"};

@@ -22,28 +22,28 @@ TEST_F(RatelimitConv, EachFormGivesItsBytes) {
         Expected want;
     };
     // Id 5 and the bucket type.
-    auto Id5 = [](uint32_t type) { return Expected().Put<uint32_t>(0, 5).Put(24, type); };
+    auto Id5 = [](uint32_t type) { return Expected().U32(0, 5).Put(24, type); };
     const Case cases[] = {
         // The single-bucket keys fill the bucket Type selects and force its
         // update bits, over Update keys that say false.
         {R"({"RateLimitId": 5, "Type": 1, "PerIpBucketRate": 100, "PerIpCBS": 200,
             "UpdatePerSrcIpBucketRate": false, "UpdatePerSrcIpCBS": false})",
-         Id5(1).Put<uint32_t>(32, 100).Put<int64_t>(40, 200).Put<uint16_t>(64, 0x0028)},
+         Id5(1).U32(32, 100).Put<int64_t>(40, 200).U16(64, 0x0028)},
         {R"({"RateLimitId": 5, "Type": 2, "PerIpBucketRate": 100, "PerIpCBS": 200})",
-         Id5(2).Put<uint32_t>(48, 100).Put<int64_t>(56, 200).Put<uint16_t>(64, 0x0050)},
+         Id5(2).U32(48, 100).Put<int64_t>(56, 200).U16(64, 0x0050)},
         // A bucket rate of its own: the single-bucket keys are not read.
         {R"({"RateLimitId": 5, "Type": 1, "PerSrcIpBucketRate": 500, "PerIpBucketRate": 100,
             "PerIpCBS": -1})",
-         Id5(1).Put<uint32_t>(32, 500)},
+         Id5(1).U32(32, 500)},
         {R"({"RateLimitId": 5, "Type": 2, "PerDstIpBucketRate": 500, "PerIpBucketRate": 100})",
-         Id5(2).Put<uint32_t>(48, 500)},
+         Id5(2).U32(48, 500)},
         {R"({"RateLimitId": 5, "Type": 0, "PerIpBucketRate": 100, "PerIpCBS": 200})", Id5(0)},
         {R"({"RateLimitId": 5, "Type": 3, "PerIpBucketRate": 100, "PerIpCBS": 200})", Id5(3)},
         // Update flags follow their keys only when present; a burst of 0 is none.
         {R"({"RateLimitId": 1, "UpdateCBS": false, "UpdateType": "yes", "PersistentFlag": 0,
             "UpdatePerDstIpCBS": 2, "CBS": 0})",
-         Expected().Put<uint32_t>(0, 1).Put<uint16_t>(64, 0x0041)},
-        {R"({"RateLimitId": 2147483646})", Expected().Put<uint32_t>(0, 2147483646)},
+         Expected().U32(0, 1).U16(64, 0x0041)},
+        {R"({"RateLimitId": 2147483646})", Expected().U32(0, 2147483646)},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.json);

@@ -45,11 +45,7 @@ using RuleConv = ovtest::RecordConverterTest<AgentRuleConf, OV_AgentRuleJsonStrT
 
 /// The record of Rule() with an empty match and actions.
 RuleConv::Expected Base() {
-    return RuleConv::Expected()
-        .Put<uint8_t>(2, 1)
-        .Put<uint32_t>(12, 2)
-        .Put<uint32_t>(16, 3)
-        .Put<uint32_t>(8, 4);
+    return RuleConv::Expected().U8(2, 1).U32(12, 2).U32(16, 3).U32(8, 4);
 }
 
 TEST_F(RuleConv, EachFormGivesItsBytes) {
@@ -60,9 +56,9 @@ TEST_F(RuleConv, EachFormGivesItsBytes) {
     const Case cases[] = {
         // Bit 5 is shared by L2Flag and L3Flag; the later key wins.
         {Rule("", "{}", R"(, "L2Flag": true, "L3Flag": false)"), Base()},
-        {Rule("", "{}", R"(, "L2Flag": true)"), Base().Put<uint16_t>(4, 0x0020)},
+        {Rule("", "{}", R"(, "L2Flag": true)"), Base().U16(4, 0x0020)},
         {Rule("", "{}", R"(, "RelatedFlag": 1, "ProbeFlag": "x", "TransitFlag": true)"),
-         Base().Put<uint16_t>(4, 0x0508)},
+         Base().U16(4, 0x0508)},
         // A zero or refused count leaves its list unread (the bad item would fail).
         {Rule(R"({"SrcIpNum": 0, "SrcIp": [{"IpType": 0, "Ip": "bad", "Mask": 8}]})"), Base()},
         {Rule(R"({"SrcIpNum": 300, "SrcIp": [{"IpType": 0, "Ip": "bad", "Mask": 8}]})"), Base()},
@@ -71,41 +67,35 @@ TEST_F(RuleConv, EachFormGivesItsBytes) {
         // DstIp is missing, which ends the match.
         {Rule(R"({"DstIpNum": 1, "ProtoNum": 1, "DstIpRangeFlag": true, "Proto": [6],
             "DstIpRange": [{"IpType": 0, "LowerIp": "10.0.0.1", "UpperIp": "10.0.0.2"}]})"),
-         Base()
-             .Put<uint8_t>(kMatch + 1, 1)
-             .Put<uint8_t>(kMatch + 7, 1)
-             .Put<uint8_t>(kMatch + 13, 0x08)},
+         Base().U8(kMatch + 1, 1).U8(kMatch + 7, 1).U8(kMatch + 13, 0x08)},
         // The array's length replaces a different count; EthType is cut to 16 bits.
         {Rule(R"({"ProtoNum": 5, "Proto": [1, 2, 3], "EthTypeNum": 1,
             "EthType": [67584, 34525]})"),
          Base()
              .Bytes(kMatch + 6, {2, 3})
              .Bytes(kMatch + 12896, {1, 2, 3})
-             .Put<uint16_t>(kMatch + 13024, 0x0800)
-             .Put<uint16_t>(kMatch + 13026, 0x86DD)},
+             .U16(kMatch + 13024, 0x0800)
+             .U16(kMatch + 13026, 0x86DD)},
         // Names and the API type are read by their flags and write over the areas.
         {Rule(R"({"SrcIpSetFlag": true, "SrcIpSetName": "office", "DstIpSetFlag": true,
             "DstIpSetName": "abcdefgh", "DstIpApiFlag": true, "DstIpApiType": 258,
             "AcsNameFlag": true, "AcsName": "acs-1"})"),
          Base()
-             .Put<uint8_t>(kMatch + 13, 0x33)
+             .U8(kMatch + 13, 0x33)
              .Text(kSrc, "office")
              .Text(kDst, "abcdefgh")
-             .Put<uint32_t>(kDst, 258)
+             .U32(kDst, 258)
              .Text(kMatch + 4640, "acs-1")},
         // Blanks around an address; an unknown family keeps IpType and Mask only.
         {Rule(R"({"SrcIpNum": 1, "SrcIp": [{"IpType": 0, "Ip": " 10.1.2.3 ", "Mask": 8}]})"),
-         Base().Bytes(kMatch, {1}).Put<uint32_t>(kSrc, 0x0A010203).Bytes(kSrc + 16, {0, 8})},
+         Base().Bytes(kMatch, {1}).U32(kSrc, 0x0A010203).Bytes(kSrc + 16, {0, 8})},
         {Rule(R"({"SrcIpNum": 1, "SrcIp": [{"IpType": 7, "Ip": "1.2.3.4", "Mask": 9}]})"),
          Base().Bytes(kMatch, {1}).Bytes(kSrc + 16, {7, 9})},
         // Conditional action values are read only with their flags.
         {Rule("", R"({"SetVpnId": 5, "SetPolicyId": 6, "SetDscpValue": 7})"), Base()},
         {Rule("", R"({"SetVpnFlag": true, "SetPolicyFlag": true, "SetDscpFlag": true,
             "RevOutForceFlag": true, "SetVpnId": 5, "SetPolicyId": 6, "SetDscpValue": 7})"),
-         Base()
-             .Bytes(kAct, {0xD0, 0x01, 0, 0, 7})
-             .Put<uint32_t>(kAct + 12, 5)
-             .Put<uint32_t>(kAct + 16, 6)},
+         Base().Bytes(kAct, {0xD0, 0x01, 0, 0, 7}).U32(kAct + 12, 5).U32(kAct + 16, 6)},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.text);
@@ -125,9 +115,9 @@ TEST_F(RuleConv, MissingListEndsTheMatchWithSuccessAndLeavesTheRestZero) {
     EXPECT_TRUE(Logged("Error", kMatchFn, "Lack of SrcPort"));
     EXPECT_EQ(log.find("Rule json to conf for match failed"), std::string::npos);
     Expected e = Base();
-    e.Put<uint16_t>(kMatch + 2, 2).Put<uint16_t>(kMatch + 4, 1).Put<uint8_t>(kMatch + 7, 1);
-    e.Put<uint8_t>(kMatch + 11, 1);
-    e.Put<uint8_t>(kAct + 2, 1).Put<uint32_t>(kAct + 28, 9).Put<uint8_t>(kAct + 32, 1);
+    e.U16(kMatch + 2, 2).U16(kMatch + 4, 1).U8(kMatch + 7, 1);
+    e.U8(kMatch + 11, 1);
+    e.U8(kAct + 2, 1).U32(kAct + 28, 9).U8(kAct + 32, 1);
     EXPECT_TRUE(Same(e)); // actions still converted
 }
 

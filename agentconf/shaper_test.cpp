@@ -94,8 +94,8 @@ TEST_F(ShaperTest, PlacesEveryFieldAtItsOffset) {
                              Block("guaranteeBandLimit", 1, Items(1, 70000)) + "}";
     ASSERT_EQ(Convert(text), 0) << log;
     Expected e;
-    e.Bytes(0, {9, 1, 0}).Put<uint32_t>(4, 305419896).Put<uint32_t>(8, 0xFFFFFFFE);
-    e.Put<uint16_t>(12, 65535).Put<uint16_t>(14, 258);
+    e.Bytes(0, {9, 1, 0}).U32(4, 305419896).U32(8, 0xFFFFFFFE);
+    e.U16(12, 65535).U16(14, 258);
     e.Bytes(16, {1, 255, 0, 255, 44, 0, 7, 8}); // low 8 bits of each item
     e.Bytes(24, {9, 3, 2});
     PutItem(e, 28, 0, 500, 1500);
@@ -110,8 +110,8 @@ TEST_F(ShaperTest, PlacesEveryFieldAtItsOffset) {
 
 TEST_F(ShaperTest, BlocksTakeTheArraySizeAndNullItemsAreNotices) {
     Expected e; // Shaper() with kDist
-    e.Bytes(0, {7, 0, 1}).Put<uint32_t>(4, 10).Put<uint32_t>(8, 20);
-    e.Put<uint16_t>(12, 30).Put<uint16_t>(14, 40).Bytes(16, {1, 2, 3, 4, 5, 6, 7, 8});
+    e.Bytes(0, {7, 0, 1}).U32(4, 10).U32(8, 20);
+    e.U16(12, 30).U16(14, 40).Bytes(16, {1, 2, 3, 4, 5, 6, 7, 8});
     ASSERT_EQ(Convert(Shaper(kDist + Block("bandLimit", 2, Items(1, 10)))), 0);
     Expected adopted = e;
     EXPECT_TRUE(Same(PutItem(adopted.Bytes(24, {7, 3, 1}), 28, 0, 10, 1010)));
@@ -206,8 +206,8 @@ TEST_F(ShaperTest, MessagesNameWhatWasMissingOrRefused) {
 TEST_F(ShaperTest, PrintsFieldsFromTheirOwnOffsetsAndRatesAsSigned32BitIntoAgentMemory) {
     Expected e;
     e.Bytes(0, {200, 0xFE, 3}); // only bit 0 of byte 1 is the flag
-    e.Put<uint32_t>(4, 0x80000000).Put<uint32_t>(8, 0xFFFFFFFF).Put<uint16_t>(12, 65535);
-    e.Put<uint16_t>(14, 4).Put<uint8_t>(23, 255);
+    e.U32(4, 0x80000000).U32(8, 0xFFFFFFFF).U16(12, 65535);
+    e.U16(14, 4).U8(23, 255);
     e.Bytes(124, {99, 5, 2}); // the block's id byte is not shown
     PutItem(e, 128, 6, 2147483647, 2147483648u);
     PutItem(e, 140, 7, 8, 9);
