@@ -157,22 +157,14 @@ TEST_F(ConnConv, EachFormGivesItsBytes) {
     }
     EXPECT_TRUE(Logged("Debug", kBase, "Connection conf not set PeerUid!"));
     // Each flag key sets its own bit of the flags word; bit 7 is not one of them.
-    const char *flags[] = {"C2PFlag",
-                           "PassiveFlag",
-                           "MasterFlag",
-                           "PersistentFlag",
-                           "SimUserFlowFlag",
-                           "IsIpv6LttFlag",
-                           "MaxTxModeFlag",
-                           "",
-                           "L2OnlyEncapIpHdrFlag",
-                           "MinUsage",
-                           "BackupFlag",
-                           "LttDelEopResetFlag"};
-    for (unsigned bit = 0; bit < std::size(flags); ++bit) {
-        if (*flags[bit] != '\0') {
-            ASSERT_EQ(Convert(Minimal(std::string(", \"") + flags[bit] + "\": true")), 0);
-            EXPECT_TRUE(Same(MinimalRec().U16(110, 1u << bit))) << flags[bit];
+    std::istringstream flags("C2PFlag PassiveFlag MasterFlag PersistentFlag SimUserFlowFlag "
+                             "IsIpv6LttFlag MaxTxModeFlag - L2OnlyEncapIpHdrFlag MinUsage "
+                             "BackupFlag LttDelEopResetFlag");
+    unsigned bit = 0;
+    for (std::string flag; flags >> flag; ++bit) {
+        if (flag != "-") {
+            ASSERT_EQ(Convert(Minimal(", \"" + flag + "\": true")), 0);
+            EXPECT_TRUE(Same(MinimalRec().U16(110, 1u << bit))) << flag;
         }
     }
     ASSERT_EQ(Convert(Minimal(R"(, "ClearDFFlag": true)")), 0);
