@@ -99,13 +99,17 @@ TEST_F(RatelimitConv, LogsTheTextNoticesInReadingOrderAndNonJson) {
     const char *keys[] = {"BucketRate", "CustomerId",         "RateLimitObjId",
                           "Type",       "PerSrcIpBucketRate", "PerDstIpBucketRate"};
     size_t last = 0;
+    std::string every;
     for (const char *key : keys) {
+        every += std::string(", \"") + key + "\": 1";
         size_t at = log.find(std::string("] Ratelimit not set ") + key + "\n");
         ASSERT_NE(at, std::string::npos) << key << "\n" << log;
         EXPECT_GT(at, last) << key;
         last = at;
     }
     EXPECT_EQ(ovtest::CountOf(log, std::string("<Debug:AGENTCONF>[") + kFn + ":"), 6u) << log;
+    ASSERT_EQ(Convert(R"({"RateLimitId": 1)" + every + "}"), 0);
+    EXPECT_EQ(log.find("not set"), std::string::npos) << log;
 
     EXPECT_EQ(Convert("{"), -22);
     EXPECT_TRUE(
