@@ -188,6 +188,9 @@ TEST(AddressText, Ipv4NeverReadsPastTheGivenLength) {
     EXPECT_NE(OV_IpStrToNum(text, sizeof text, &v), nullptr);
     EXPECT_EQ(v, 0x01020304u);
     EXPECT_EQ(OV_IpStrToNum(text, 6, &v), nullptr);
+    const char blank[8] = {' ', '1', '.', '2', '.', '3', '.', '5'}; // blanks leave room enough
+    EXPECT_NE(OV_IpStrToNum(blank, sizeof blank, &v), nullptr);
+    EXPECT_EQ(v, 0x01020305u);
 }
 
 bool ParseV6(const char *text, uint8_t (&out)[16]) {
