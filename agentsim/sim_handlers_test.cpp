@@ -15,10 +15,8 @@ using simtest::Bytes;
 using simtest::Cmd;
 using simtest::Get;
 using simtest::Put;
-
-SimResult Send(SimContext &ctx, const char *word, const Bytes &payload) {
-    return SimDispatch(ctx, Cmd(word).Module(), Cmd(word).function, payload);
-}
+using simtest::Send;
+using simtest::Shaper;
 
 TEST(SimHandlers, EveryFunctionRefusesAPayloadOfAnotherSize) {
     for (const CommandSpec &cmd : kCommands) {
@@ -185,11 +183,6 @@ TEST(SimHandlers, EngineAndGlobalArgumentsKeepTheLastValuePerCode) {
     const SimTable &args = ctx.store.Table(RecordKind::GlobalArg);
     ASSERT_EQ(args.size(), 1u);
     EXPECT_EQ(args.begin()->second.bytes, arg);
-}
-
-// Byte 200 lies far into the record, so a short copy would show.
-Bytes Shaper(uint8_t id, uint8_t flags = 0) {
-    return ovtest::RecordBytes<224>().U8(0, id).U8(1, flags).U32(4, 1000u + id).U8(200, 0xA5).bytes;
 }
 
 TEST(SimHandlers, ShaperGetsAnswerTheStoredRecordsInIdOrderBehindACount) {

@@ -18,10 +18,7 @@ using simtest::Bytes;
 using simtest::Get;
 using simtest::RawClient;
 using simtest::Request;
-
-Bytes Shaper(uint8_t id) {
-    return ovtest::RecordBytes<224>().U8(0, id).U32(4, 5000).U8(223, 0x77).bytes;
-}
+using simtest::Shaper;
 
 /// An agent served on its own pipe name by a thread, stopped on destruction.
 class Served {

@@ -17,14 +17,7 @@
 namespace {
 
 using simtest::Bytes;
-
-Bytes Record(size_t size, size_t flagOffset, uint8_t flag, uint8_t id) {
-    Bytes rec(size, 0);
-    rec[flagOffset] = flag;
-    rec[0] = id;
-    rec[size - 1] = 0xEE; // the last byte travels too
-    return rec;
-}
+using simtest::Shaper;
 
 // The set command's record of a kind that has the persistent flag: zero but
 // the flag (if kept) and a byte of its key.
@@ -110,7 +103,7 @@ TEST(SimState, ADeleteWithoutTheFlagRemovesAPersistentRecord) {
 
 TEST(SimState, RefusesTextsItDidNotWrite) {
     SimContext source;
-    ASSERT_EQ(SimDispatch(source, 15, 1, Record(224, 1, 1, 3)).status, 0);
+    ASSERT_EQ(SimDispatch(source, 15, 1, Shaper(3, 1)).status, 0);
     const std::string good = SimStateText(source.store);
     const std::string hex = good.substr(good.find("\"payload\": \"") + 12, 448);
     auto withPayload = [&](const std::string &payload, int module = 15, int function = 1) {
@@ -138,7 +131,7 @@ TEST(SimState, RefusesTextsItDidNotWrite) {
     for (const std::string &text : bad) {
         SCOPED_TRACE(text.substr(0, 120));
         SimContext ctx;
-        ASSERT_EQ(SimDispatch(ctx, 15, 1, Record(224, 1, 1, 7)).status, 0);
+        ASSERT_EQ(SimDispatch(ctx, 15, 1, Shaper(7, 1)).status, 0);
         std::string error;
         EXPECT_EQ(SimStateRestore(ctx, text, &error), -22);
         EXPECT_FALSE(error.empty());
@@ -167,7 +160,7 @@ TEST(SimState, SaveReplacesTheFileAndLoadReadsItBack) {
     ASSERT_EQ(SimStateLoad(loaded, path, &error), 0) << error;
     EXPECT_EQ(SimStateText(loaded.store), SimStateText(ctx.store));
 
-    ASSERT_EQ(SimDispatch(ctx, 15, 2, Record(224, 1, 0, 9)).status, 0); // the kept shaper
+    ASSERT_EQ(SimDispatch(ctx, 15, 2, Shaper(9, 0)).status, 0); // the kept shaper
     ASSERT_EQ(SimStateSave(ctx.store, path), 0);
     EXPECT_EQ(ovtest::ReadWholeFile(path), SimStateText(ctx.store));
     EXPECT_FALSE(std::filesystem::exists(path + ".tmp"));
@@ -181,17 +174,17 @@ TEST(SimState, AgentWritesTheFileBeforeItAnswers) {
     ASSERT_EQ(agent.LoadState(&error), 0) << error;
 
     // Passing records leave the file alone: it is not even created.
-    EXPECT_EQ(agent.Answer(15, 1, Record(224, 1, 0, 1)).status, 0);
+    EXPECT_EQ(agent.Answer(15, 1, Shaper(1, 0)).status, 0);
     EXPECT_FALSE(std::filesystem::exists(path));
 
-    Bytes kept = Record(224, 1, 1, 2);
+    Bytes kept = Shaper(2, 1);
     EXPECT_EQ(agent.Answer(15, 1, kept).status, 0);
     SimContext onDisk;
     ASSERT_EQ(SimStateLoad(onDisk, path, &error), 0) << error;
     ASSERT_EQ(SimPersistentRecords(onDisk.store).size(), 1u);
     EXPECT_EQ(SimPersistentRecords(onDisk.store)[0]->bytes, kept);
 
-    EXPECT_EQ(agent.Answer(15, 2, Record(224, 1, 0, 2)).status, 0);
+    EXPECT_EQ(agent.Answer(15, 2, Shaper(2, 0)).status, 0);
     SimContext afterDelete;
     ASSERT_EQ(SimStateLoad(afterDelete, path, &error), 0) << error;
     EXPECT_TRUE(SimPersistentRecords(afterDelete.store).empty());
@@ -202,7 +195,7 @@ TEST(SimState, AFailedWriteIsAnswered) {
     // The state file's directory does not exist: the write fails.
     SimAgent agent(AgentSaClusterInfo{}, SimFaults{}, dir.File("missing") + "/state.json", nullptr);
     ovtest::StdoutCapture log;
-    EXPECT_LT(agent.Answer(15, 1, Record(224, 1, 1, 2)).status, 0);
+    EXPECT_LT(agent.Answer(15, 1, Shaper(2, 1)).status, 0);
     EXPECT_NE(log.Take().find("Failed to write the state file"), std::string::npos);
 }
 

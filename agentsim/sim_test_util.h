@@ -5,6 +5,7 @@
 #pragma once
 
 #include "agentconf/protocol.h"
+#include "agentsim/sim_handlers.h"
 #include "imc/flexmsg.h"
 #include "imc/pipe.h"
 #include "tests/support/record_bytes.h"
@@ -36,6 +37,23 @@ inline const CommandSpec &Cmd(std::string_view word) {
     }
     ADD_FAILURE() << "no command " << word;
     return kCommands[0];
+}
+
+/// The simulator's answer to the command named word.
+inline SimResult Send(SimContext &ctx, std::string_view word, const Bytes &payload) {
+    return SimDispatch(ctx, Cmd(word).Module(), Cmd(word).function, payload);
+}
+
+/// A shaper record: its id and flags (byte 1 holds the persistent flag); bytes
+/// far into it are set, so a short copy would show.
+inline Bytes Shaper(uint8_t id, uint8_t flags = 0) {
+    return ovtest::RecordBytes<224>()
+        .U8(0, id)
+        .U8(1, flags)
+        .U32(4, 1000u + id)
+        .U8(200, 0xA5)
+        .U8(223, 0xEE)
+        .bytes;
 }
 
 /// The bytes of a request: header (module, function, payload length) and payload.

@@ -9,8 +9,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -19,21 +19,7 @@ namespace {
 using ovtest::kFixedStamp;
 using ovtest::StdoutCapture;
 
-std::string ReadFile(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
-void WriteFile(const std::string &path, const std::string &text) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
-}
-
-bool Exists(const std::string &path) {
-    return std::ifstream(path).good();
-}
+using ovtest::ReadWholeFile;
 
 // The stamp is written by hand: each field as "%0Nd" prints it, including
 // values wider than the field and the largest a field can hold.
@@ -80,14 +66,14 @@ TEST(LogFile, RefusesBadArgumentsClosedSlotsAndASixtyFifthFile) {
         OV_LogFileClose(slot);
     }
     EXPECT_EQ(OV_LogFileSetBackups(idx, 2), -22);
-    EXPECT_NE(ReadFile(path).find("log start...\n\n"), std::string::npos);
+    EXPECT_NE(ReadWholeFile(path).find("log start...\n\n"), std::string::npos);
 }
 
 TEST(LogFile, RotationShiftsBackupsUpAndDropsTheOldest) {
     ovtest::ScopedTempDir dir{"log"};
     std::string path = dir.File("ov_log_rotate.log");
     for (int k = 0; k < 4; ++k) {
-        WriteFile(path + "." + std::to_string(k), "backup" + std::to_string(k));
+        std::ofstream(path + "." + std::to_string(k), std::ios::binary) << "backup" << k;
     }
     OV_LogSetTimeSource(ovtest::FixedClock);
     int32_t idx = OV_LogDefaultFileOpenEx(path.c_str(), static_cast<uint32_t>(path.size()), 200, 4);
@@ -98,14 +84,14 @@ TEST(LogFile, RotationShiftsBackupsUpAndDropsTheOldest) {
     OV_LogFileClose(idx);
     OV_LogSetTimeSource(nullptr);
 
-    std::string b0 = ReadFile(path + ".0");
+    std::string b0 = ReadWholeFile(path + ".0");
     EXPECT_NE(b0.find("log start..."), std::string::npos);
     EXPECT_NE(b0.find(filler), std::string::npos);
-    EXPECT_EQ(ReadFile(path + ".1"), "backup0");
-    EXPECT_EQ(ReadFile(path + ".2"), "backup1");
-    EXPECT_EQ(ReadFile(path + ".3"), "backup2");
-    EXPECT_FALSE(Exists(path + ".4"));
-    EXPECT_EQ(ReadFile(path), std::string(kFixedStamp) + "after\n");
+    for (int k = 1; k < 4; ++k) {
+        EXPECT_EQ(ReadWholeFile(path + "." + std::to_string(k)), "backup" + std::to_string(k - 1));
+    }
+    EXPECT_FALSE(std::filesystem::exists(path + ".4"));
+    EXPECT_EQ(ReadWholeFile(path), std::string(kFixedStamp) + "after\n");
 }
 
 TEST(LogFile, ReopenGoesOnAppendingToTheFile) {
@@ -119,9 +105,9 @@ TEST(LogFile, ReopenGoesOnAppendingToTheFile) {
     OV_Log("after\n");
     OV_LogFileClose(idx);
     OV_LogSetTimeSource(nullptr);
-    EXPECT_TRUE(
-        ReadFile(path).ends_with(std::string(kFixedStamp) + "before\n" + kFixedStamp + "after\n"))
-        << ReadFile(path);
+    EXPECT_TRUE(ReadWholeFile(path).ends_with(std::string(kFixedStamp) + "before\n" + kFixedStamp +
+                                              "after\n"))
+        << ReadWholeFile(path);
 }
 
 std::vector<std::pair<std::string, std::string>> g_archived;
@@ -143,7 +129,7 @@ TEST(LogFile, ArchiveCallbackNamesBackupsWithSuffix) {
     ASSERT_EQ(g_archived.size(), 1u);
     EXPECT_EQ(g_archived[0].first, path);
     EXPECT_EQ(g_archived[0].second, path + ".0.gz");
-    EXPECT_TRUE(Exists(path + ".0.gz"));
+    EXPECT_TRUE(std::filesystem::exists(path + ".0.gz"));
 }
 
 const char *TestPrefix(uint32_t level) {

@@ -34,6 +34,12 @@ MemModuleStats Stats(int32_t index) {
     return s;
 }
 
+// The module's counters, as {MemCounter, MemUsage, VmemCounter, VmemUsage}.
+std::vector<int64_t> Counters(int32_t index) {
+    MemModuleStats s = Stats(index);
+    return {s.MemCounter, s.MemUsage, s.VmemCounter, s.VmemUsage};
+}
+
 uint32_t Word(const void *p, ptrdiff_t offset) {
     uint32_t v;
     std::memcpy(&v, static_cast<const unsigned char *>(p) + offset, sizeof v);
@@ -52,37 +58,23 @@ TEST(MemModule, BlockCarriesGuardsAndMovesCountersUpAndDown) {
     EXPECT_EQ(Word(p, -4), 26u);
     EXPECT_EQ(std::memcmp(p + 10, "GNIX", 4), 0);
     EXPECT_EQ(Word(p, 14), static_cast<uint32_t>(m.index()));
-    for (int i = 0; i < 10; ++i) {
-        EXPECT_EQ(p[i], 0);
-    }
+    EXPECT_EQ(std::vector<unsigned char>(p, p + 10), std::vector<unsigned char>(10, 0));
 
     void *q = VmemModuleCalloc(m.index(), 100);
     ASSERT_NE(q, nullptr);
-    MemModuleStats s = Stats(m.index());
-    EXPECT_STREQ(s.name, "mt_life");
-    EXPECT_EQ(s.MemCounter, 1);
-    EXPECT_EQ(s.MemUsage, 26);
-    EXPECT_EQ(s.VmemCounter, 1);
-    EXPECT_EQ(s.VmemUsage, 116);
+    EXPECT_STREQ(Stats(m.index()).name, "mt_life");
+    EXPECT_EQ(Counters(m.index()), (std::vector<int64_t>{1, 26, 1, 116}));
 
     p = static_cast<unsigned char *>(MemModuleRealloc(m.index(), p, 40));
     ASSERT_NE(p, nullptr);
     q = VmemModuleRealloc(m.index(), q, 8);
     ASSERT_NE(q, nullptr);
-    s = Stats(m.index());
-    EXPECT_EQ(s.MemCounter, 1);
-    EXPECT_EQ(s.MemUsage, 56);
-    EXPECT_EQ(s.VmemCounter, 1);
-    EXPECT_EQ(s.VmemUsage, 24);
+    EXPECT_EQ(Counters(m.index()), (std::vector<int64_t>{1, 56, 1, 24}));
 
     // A new size of 0 frees the block.
     EXPECT_EQ(MemModuleRealloc(m.index(), p, 0), nullptr);
     EXPECT_EQ(VmemModuleRealloc(m.index(), q, 0), nullptr);
-    s = Stats(m.index());
-    EXPECT_EQ(s.MemCounter, 0);
-    EXPECT_EQ(s.MemUsage, 0);
-    EXPECT_EQ(s.VmemCounter, 0);
-    EXPECT_EQ(s.VmemUsage, 0);
+    EXPECT_EQ(Counters(m.index()), (std::vector<int64_t>{0, 0, 0, 0}));
 }
 
 TEST(MemModule, RefusesSizesItCannotRecordAndUnregisteredModules) {
@@ -125,9 +117,7 @@ TEST(MemModule, BadFreesAreLoggedAndStillDecrement) {
         EXPECT_NE(out.find("<Error>MODULE[mt_bad]free mem "), std::string::npos) << out;
         EXPECT_NE(out.find(c.expected), std::string::npos) << out;
         EXPECT_NE(out.find("size=36\n"), std::string::npos) << out;
-        MemModuleStats s = Stats(m.index());
-        EXPECT_EQ(s.MemCounter, 1);
-        EXPECT_EQ(s.MemUsage, 24);
+        EXPECT_EQ(Counters(m.index()), (std::vector<int64_t>{1, 24, 0, 0}));
         MemModuleFree(m.index(), keep);
     }
 }
