@@ -33,16 +33,6 @@ TEST(SimJournal, LinesHaveEveryFieldInOrder) {
               R"("command":"set_ratelimit","status":-2,"length":4,"payload":"0500abff",)"
               R"("record":{"RateLimitId":5,"Name":"a/b"}})"
               "\n");
-    // Unknown commands and records are null; a fault is named.
-    SimJournalEntry unknown = Entry();
-    unknown.module = 9;
-    unknown.command = nullptr;
-    unknown.status = -40;
-    unknown.fault = "delay";
-    EXPECT_EQ(SimJournalLine(unknown),
-              R"({"time":"2026-11-22T23:10:05.123","module":9,"function":1,"command":null,)"
-              R"("status":-40,"length":0,"payload":"","record":null,"fault":"delay"})"
-              "\n");
     // A refused request has a null status and the reason.
     SimJournalEntry refused = Entry();
     refused.module = 25;

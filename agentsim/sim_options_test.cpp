@@ -16,15 +16,24 @@ int32_t Parse(std::vector<const char *> args, SimOptions *opt, std::string *erro
     return SimParseOptions(static_cast<int>(args.size()), args.data(), opt, error);
 }
 
+using Strings = std::vector<std::string>;
+using Ints = std::vector<int64_t>;
+
+Strings Texts(const SimOptions &o) {
+    return {o.pipeDir, o.pipeName, o.journal, o.state, o.readyFile};
+}
+
+Ints Numbers(const SimOptions &o) {
+    return {o.instances,    o.sa.role,       o.sa.calQueueLen, o.sa.localLanId,
+            o.sa.localPort, o.sa.masterPort, o.sa.masterIp,    o.sa.masterCpeId};
+}
+
 TEST(SimOptions, DefaultsServeTheAgentsPipe) {
     SimOptions opt;
     std::string error;
     ASSERT_EQ(Parse({}, &opt, &error), 0);
-    EXPECT_EQ(opt.pipeName, "imc_config_pipe");
-    EXPECT_EQ(opt.instances, 3u);
-    EXPECT_TRUE(opt.pipeDir.empty());
-    EXPECT_TRUE(opt.journal.empty());
-    EXPECT_TRUE(opt.state.empty());
+    EXPECT_EQ(Texts(opt), (Strings{"", "imc_config_pipe", "", "", ""}));
+    EXPECT_EQ(Numbers(opt), (Ints{3, 0, 0, 0, 0, 0, 0, 0}));
     EXPECT_TRUE(opt.faults.Empty());
     EXPECT_FALSE(opt.help);
     EXPECT_EQ(SimPipeName(opt.pipeName), L"\\\\.\\pipe\\imc_config_pipe");
@@ -41,19 +50,8 @@ TEST(SimOptions, TakesValuesInBothForms) {
               &opt, &error),
         0)
         << error;
-    EXPECT_EQ(opt.pipeDir, "/tmp/x");
-    EXPECT_EQ(opt.pipeName, "p1");
-    EXPECT_EQ(opt.instances, 5u);
-    EXPECT_EQ(opt.journal, "-");
-    EXPECT_EQ(opt.state, "/tmp/s.json");
-    EXPECT_EQ(opt.readyFile, "r");
-    EXPECT_EQ(opt.sa.role, 1);
-    EXPECT_EQ(opt.sa.calQueueLen, 255);
-    EXPECT_EQ(opt.sa.localLanId, 4);
-    EXPECT_EQ(opt.sa.localPort, 65535);
-    EXPECT_EQ(opt.sa.masterPort, 1);
-    EXPECT_EQ(opt.sa.masterIp, 0x0A000001u);
-    EXPECT_EQ(opt.sa.masterCpeId, 4294967295u);
+    EXPECT_EQ(Texts(opt), (Strings{"/tmp/x", "p1", "-", "/tmp/s.json", "r"}));
+    EXPECT_EQ(Numbers(opt), (Ints{5, 1, 255, 4, 65535, 1, 0x0A000001, 4294967295}));
 }
 
 TEST(SimOptions, RefusesBadOptionsWithAMessage) {

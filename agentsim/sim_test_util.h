@@ -76,42 +76,31 @@ class RawClient {
     int32_t ConnectResult() const { return connectResult_; }
 
     int32_t Send(const Bytes &bytes) {
-        if (connectResult_ != 0 || msg_ == nullptr) {
-            return connectResult_ != 0 ? connectResult_ : -12;
+        if (connectResult_ != 0) {
+            return connectResult_;
         }
         OV_FlexMsgReset(msg_.get());
         int32_t rc = OV_FlexMsgAppend(msg_.get(), bytes.data(), bytes.size());
         return rc != 0 ? rc : OV_ImcSendAll(handle_, msg_.get());
     }
 
-    /// Reads a reply: the header, then its payload. Returns 0 or the read's
-    /// failure; *status and *data receive what arrived.
-    int32_t Reply(int32_t *status, Bytes *data) {
+    /// One request, one reply (its payload into *data). Returns the status,
+    /// or the failure of the exchange.
+    int32_t Exchange(uint8_t module, uint16_t function, const Bytes &payload,
+                     Bytes *data = nullptr) {
+        int32_t rc = Send(Request(module, function, payload));
         OV_FlexMsgReset(msg_.get());
-        int32_t rc = OV_ImcRecvAll(handle_, msg_.get(), IMC_HEADER_LEN, 1);
-        if (rc != 0) {
+        if (rc != 0 || (rc = OV_ImcRecvAll(handle_, msg_.get(), IMC_HEADER_LEN, 1)) != 0) {
             return rc;
         }
-        *status = OV_ImcMsgStatus(msg_.get());
         uint64_t n = OV_ImcMsgPayloadLen(msg_.get());
         if (n > 0 && (rc = OV_ImcRecvAll(handle_, msg_.get(), n, 1)) != 0) {
             return rc;
         }
-        data->assign(OV_ImcMsgPayload(msg_.get()), OV_ImcMsgPayload(msg_.get()) + n);
-        return 0;
-    }
-
-    /// One request, one reply. Returns the status, or the failure of the exchange.
-    int32_t Exchange(uint8_t module, uint16_t function, const Bytes &payload,
-                     Bytes *data = nullptr) {
-        int32_t rc = Send(Request(module, function, payload));
-        if (rc != 0) {
-            return rc;
+        if (data != nullptr) {
+            data->assign(OV_ImcMsgPayload(msg_.get()), OV_ImcMsgPayload(msg_.get()) + n);
         }
-        int32_t status = 0;
-        Bytes ignored;
-        rc = Reply(&status, data != nullptr ? data : &ignored);
-        return rc != 0 ? rc : status;
+        return OV_ImcMsgStatus(msg_.get());
     }
 
     /// Every byte that arrives until the other end closes (or a read fails).
