@@ -30,13 +30,9 @@ using ovtest::Put;
 
 /// The command named word (a test's typo fails every check that uses it).
 inline const CommandSpec &Cmd(std::string_view word) {
-    for (const CommandSpec &c : kCommands) {
-        if (word == c.word) {
-            return c;
-        }
-    }
-    ADD_FAILURE() << "no command " << word;
-    return kCommands[0];
+    const CommandSpec *c = OV_CommandForWord(word);
+    EXPECT_NE(c, nullptr) << "no command " << word;
+    return c != nullptr ? *c : kCommands[0];
 }
 
 /// The simulator's answer to the command named word.

@@ -54,13 +54,12 @@ TEST_F(FlexLogTest, OverDepthNoticeIsWrittenOnce) {
     for (int i = 0; i < 64; ++i) {
         ASSERT_EQ(OV_FlexLog("l\n"), 0);
     }
-    EXPECT_EQ(OV_FlexLog("65th\n"), -120);
-    EXPECT_EQ(OV_FlexLog("66th\n"), -120);
-    EXPECT_EQ(OV_FlexLog("67th\n"), -120);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(OV_FlexLog("past\n"), -120);
+    }
     std::string text = OV_FlexLogText();
     EXPECT_EQ(ovtest::CountOf(text, "[flexlog][depth:65]: the depth more than max depth:64\n"), 1u);
-    EXPECT_EQ(text.find("65th"), std::string::npos);
-    EXPECT_EQ(text.find("66th"), std::string::npos);
+    EXPECT_EQ(text.find("past"), std::string::npos);
 }
 
 TEST_F(FlexLogTest, AppendGrowsOnlyWhenTheTextNeedsTheWholeFreeArea) {

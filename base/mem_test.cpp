@@ -196,14 +196,13 @@ TEST(MemModule, BigSizeWarningFromThresholdOncePerRegistration) {
     StdoutCapture cap;
     ScopedModule m("mt_big");
     void *small = MemModuleMalloc(m.index(), 8175, 0);
-    std::string out = cap.Take();
-    EXPECT_EQ(out.find("attempt to malloc big size"), std::string::npos);
+    EXPECT_EQ(cap.Take().find("attempt to malloc big size"), std::string::npos);
 
     StdoutCapture cap2;
     void *big = MemModuleMalloc(m.index(), 8176, 0);
     void *big2 = MemModuleMalloc(m.index(), 9000, 0);
     void *vbig = VmemModuleMalloc(m.index(), 20000);
-    out = cap2.Take();
+    std::string out = cap2.Take();
     EXPECT_EQ(
         ovtest::CountOf(out, "<Debug>MODULE[mt_big] attempt to malloc big size(8192) memory.\n"),
         1u)
