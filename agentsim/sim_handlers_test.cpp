@@ -197,19 +197,13 @@ TEST(SimHandlers, ShaperGetsAnswerTheStoredRecordsInIdOrderBehindACount) {
     for (uint8_t id : {200, 2, 9}) {
         ASSERT_EQ(Send(ctx, "set_shaper_conf", Shaper(id)).status, 0);
     }
-    Bytes request(224, 0);
-    request[0] = 9;
-    SimResult got = Send(ctx, "get_shaper_conf", request);
+    SimResult got = Send(ctx, "get_shaper_conf", ovtest::RecordBytes<224>().U8(0, 9).bytes);
     EXPECT_EQ(got.status, 0);
     EXPECT_EQ(got.reply, Shaper(9));
-    Bytes expected = {3, 0, 0, 0};
-    for (uint8_t id : {2, 9, 200}) {
-        Bytes rec = Shaper(id);
-        expected.insert(expected.end(), rec.begin(), rec.end());
-    }
     SimResult table = Send(ctx, "get_shaper_tbl", {});
     EXPECT_EQ(table.status, 0);
-    EXPECT_EQ(table.reply, expected);
+    EXPECT_EQ(table.reply, ovtest::Concat(ovtest::Concat({3, 0, 0, 0}, Shaper(2)),
+                                          ovtest::Concat(Shaper(9), Shaper(200))));
 }
 
 TEST(SimHandlers, ShaperTableHoldsAtMost255Shapers) {

@@ -75,11 +75,7 @@ TEST_F(SimServer, ServesRequestsOnOneConnectionAndJournalsThem) {
     EXPECT_EQ(client.Exchange(15, 1, Shaper(4)), 0);
     Bytes table;
     EXPECT_EQ(client.Exchange(15, 4, {}, &table), 0);
-    Bytes expected(4, 0);
-    expected[0] = 1;
-    const Bytes rec = Shaper(4);
-    expected.insert(expected.end(), rec.begin(), rec.end());
-    EXPECT_EQ(table, expected);
+    EXPECT_EQ(table, ovtest::Concat({1, 0, 0, 0}, Shaper(4)));
     EXPECT_EQ(client.Exchange(9, 3, Bytes(5, 1)), -40);
     EXPECT_EQ(client.Exchange(15, 2, Bytes(223, 0)), -22);
 
