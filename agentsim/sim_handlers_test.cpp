@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -38,11 +39,8 @@ TEST(SimHandlers, EveryFunctionRefusesAPayloadOfAnotherSize) {
 TEST(SimHandlers, ModulesWithoutAHandlerAndUnknownFunctionsAnswerMinus40) {
     SimContext ctx;
     for (int module = 0; module < 25; ++module) {
-        bool served = false;
-        for (const CommandSpec &c : kCommands) {
-            served = served || c.Module() == module;
-        }
-        if (!served) {
+        if (std::ranges::none_of(kCommands,
+                                 [&](const CommandSpec &c) { return c.Module() == module; })) {
             SimResult r = SimDispatch(ctx, static_cast<uint8_t>(module), 1, Bytes(72, 0));
             EXPECT_EQ(r.status, -40) << module;
             EXPECT_TRUE(r.reply.empty());
