@@ -33,18 +33,6 @@ TEST(SimJournal, LinesHaveEveryFieldInOrder) {
               R"("command":"set_ratelimit","status":-2,"length":4,"payload":"0500abff",)"
               R"("record":{"RateLimitId":5,"Name":"a/b"}})"
               "\n");
-    // A refused request has a null status and the reason.
-    SimJournalEntry refused = Entry();
-    refused.module = 25;
-    refused.function = 0xFFFF;
-    refused.command = nullptr;
-    refused.answered = false;
-    refused.error = "header check failed";
-    refused.length = 1ull << 63;
-    EXPECT_EQ(SimJournalLine(refused),
-              R"({"time":"2026-11-22T23:10:05.123","module":25,"function":65535,"command":null,)"
-              R"("status":null,"error":"header check failed","length":9223372036854775808})"
-              "\n");
 }
 
 TEST(SimJournal, LinesAreUtf8WhateverTheRecordsTextsHold) {

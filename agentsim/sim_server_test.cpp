@@ -93,11 +93,11 @@ TEST_F(SimServer, ServesRequestsOnOneConnectionAndJournalsThem) {
 TEST_F(SimServer, RefusedHeaderIsJournaledAndTheConnectionClosedWithoutAReply) {
     Served served;
     RawClient client(served.Name());
-    ASSERT_EQ(client.Send(Request(25, 0x0102, Bytes(8, 0))), 0);
+    ASSERT_EQ(client.Send(ovtest::RequestHeader(25, 0xFFFF, 1ull << 63)), 0);
     EXPECT_TRUE(client.ReadUntilClosed().empty());
     std::string journal = served.Journal();
-    EXPECT_NE(journal.find(R"("module":25,"function":258,"command":null,"status":null,)"
-                           R"("error":"header check failed","length":8})"),
+    EXPECT_NE(journal.find(R"("module":25,"function":65535,"command":null,"status":null,)"
+                           R"("error":"header check failed","length":9223372036854775808})"),
               std::string::npos)
         << journal;
     // The server goes on serving others.
