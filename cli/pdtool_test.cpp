@@ -1,11 +1,7 @@
 // Tests of the dispatcher's outcome line for whatever status the agent sends,
 // against the in-process test server.
 #include "cli/cmd.h"
-#include "imc/conf_client.h"
-#include "tests/support/capture.h"
-#include "tests/support/test_server.h"
-
-#include <gtest/gtest.h>
+#include "imc/channel_test_util.h"
 
 #include <cstdint>
 #include <memory>
@@ -13,18 +9,8 @@
 
 namespace {
 
-class DispatchStatus : public testing::Test {
+class DispatchStatus : public ovtest::ConfClientTest {
   protected:
-    void SetUp() override {
-        ovtest::UsePrivatePipeDir();
-        name_ = ovtest::UniquePipeName("dispatch");
-        OV_ImcConfClientSetPipeName(name_.c_str());
-    }
-    void TearDown() override {
-        OV_ImcConfClientExit();
-        OV_ImcConfClientSetPipeName(nullptr);
-    }
-
     // What del_ratelimit prints when the agent answers with status.
     std::string PrintedFor(int32_t status) {
         ovtest::TestServer server(name_, ovtest::ReplyToEach(status));
@@ -35,8 +21,6 @@ class DispatchStatus : public testing::Test {
         OV_ImcConfClientExit();
         return capture.Take();
     }
-
-    std::wstring name_;
 };
 
 bool EndsWith(const std::string &text, const std::string &tail) {

@@ -2,11 +2,7 @@
 // bytes on the wire, reply interpretation, failures and reconnection.
 #include "imc/conf_client.h"
 
-#include "base/platform.h"
-#include "tests/support/capture.h"
-#include "tests/support/test_server.h"
-
-#include <gtest/gtest.h>
+#include "imc/channel_test_util.h"
 
 #include <cstring>
 #include <memory>
@@ -17,17 +13,11 @@ namespace {
 using ovtest::Bytes;
 using ovtest::TestServer;
 
-class ImcConfClientTest : public testing::Test {
+class ImcConfClientTest : public ovtest::ConfClientTest {
   protected:
-    void SetUp() override {
-        ovtest::UsePrivatePipeDir();
-        name_ = ovtest::UniquePipeName("client");
-        OV_ImcConfClientSetPipeName(name_.c_str());
-    }
     void TearDown() override {
         ovtest::StdoutCapture capture;
-        OV_ImcConfClientExit();
-        OV_ImcConfClientSetPipeName(nullptr);
+        ConfClientTest::TearDown();
         server_.reset();
         // Every message went back and the module is stopped: nothing can be allocated.
         FlexMsg *left = OV_FlexMsgAlloc();
@@ -36,14 +26,15 @@ class ImcConfClientTest : public testing::Test {
         EXPECT_EQ(ovtest::CountOf(capture.Take(), "with memory leak"), 0u);
     }
 
-    /// Starts the server with a script and connects the client to it.
+    /// (Re)starts the server with a script and connects the client to it.
     void Start(ovtest::ConnScript script) {
+        OV_ImcConfClientExit();
+        server_.reset();
         server_ = std::make_unique<TestServer>(name_, std::move(script));
         ASSERT_EQ(server_->CreateResult(), 0);
         ASSERT_EQ(OV_ImcConfClientInit(), 0);
     }
 
-    std::wstring name_;
     std::unique_ptr<TestServer> server_;
 };
 
@@ -63,17 +54,11 @@ TEST_F(ImcConfClientTest, InitWithoutServerFailsAtOnce) {
     ovtest::StdoutCapture capture;
     uint64_t start = OV_GetTickCount64();
     EXPECT_EQ(OV_ImcConfClientInit(), -2);
-    EXPECT_LT(OV_GetTickCount64() - start, 1000u);
+    ovtest::ExpectWaited(start, 0, 1000);
     std::string out = capture.Take();
-    EXPECT_TRUE(ovtest::HasLogLine(out, "<Debug>", "_OV_ImcConfConnect",
-                                   "IMC conf client connnects to server"))
-        << out;
-    EXPECT_TRUE(
-        ovtest::HasLogLine(out, "<Error>", "OV_ImcConnect", "Fail to connect pipe! error code=2"))
-        << out;
-    EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", "OV_ImcConfClientInit",
-                                   "Failed to connect to imc server ret=-2"))
-        << out;
+    ovtest::ExpectLine(out, "<Debug>", "_OV_ImcConfConnect", "IMC conf client connnects to server");
+    ovtest::ExpectLine(out, "<Error>", "OV_ImcConfClientInit",
+                       "Failed to connect to imc server ret=-2");
     // The failed start has stopped the message module again.
     EXPECT_EQ(ovtest::CountOf(out, "<Info>unregister memory module FlexMsg success"), 1u) << out;
 }
@@ -96,8 +81,6 @@ TEST_F(ImcConfClientTest, GetCopiesReplyDataAndJudgesItsSize) {
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.what);
-        OV_ImcConfClientExit();
-        server_.reset();
         Start(ovtest::ReplyToEach(0, c.reply));
         Bytes buffer(16, 0xEE);
         ovtest::StdoutCapture capture;
@@ -107,7 +90,7 @@ TEST_F(ImcConfClientTest, GetCopiesReplyDataAndJudgesItsSize) {
         EXPECT_EQ(buffer, expected);
         std::string out = capture.Take();
         if (c.line != nullptr) {
-            EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", "OV_ImcConfGet", c.line)) << out;
+            ovtest::ExpectOnlyLine(out, "<Error>", "OV_ImcConfGet", c.line);
         } else {
             EXPECT_EQ(out, "");
         }
@@ -144,8 +127,8 @@ TEST_F(ImcConfClientTest, RequestGoesOnlyWithPointerAndLengthAndTheReplyToTheHan
     EXPECT_EQ(OV_ImcConfGetByFunc(4, 0x21, nullptr, 0, nullptr, nullptr), 0);
     std::vector<Bytes> requests = server_->Requests();
     ASSERT_EQ(requests.size(), 5u);
+    EXPECT_EQ(requests[0], requests[1]);
     EXPECT_EQ(requests[0], ovtest::RequestHeader(15, 7, 0));
-    EXPECT_EQ(requests[1], ovtest::RequestHeader(15, 7, 0));
     EXPECT_EQ(requests[2], ovtest::Concat(ovtest::RequestHeader(15, 7, 4), {'a', 'b', 'c', 'd'}));
     EXPECT_EQ(requests[3], ovtest::Concat(ovtest::RequestHeader(4, 0x21, 1), {'q'}));
 }
@@ -162,9 +145,8 @@ TEST_F(ImcConfClientTest, AgentFailureIsReturnedUnchangedWithoutCallingAHandler)
     std::string out = capture.Take();
     for (const char *caller :
          {"OV_ImcConfSet", "OV_ImcConfGetByFunc", "OV_ImcConfGetMultiByFunc"}) {
-        EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", caller,
-                                       "Failed to call OV_ImcConfigure Invalid argument"))
-            << out;
+        ovtest::ExpectLine(out, "<Error>", caller,
+                           "Failed to call OV_ImcConfigure Invalid argument");
     }
     EXPECT_EQ(ovtest::Lines(out).size(), 3u) << out;
 }
@@ -204,8 +186,8 @@ TEST_F(ImcConfClientTest, MultiGetStopsAtAFailingHandler) {
     Start(ovtest::ReplyToEach(0, {1}));
     ovtest::StdoutCapture capture;
     EXPECT_EQ(OV_ImcConfGetMultiByFunc(15, 3, nullptr, 0, Refuse, nullptr), -22);
-    EXPECT_TRUE(ovtest::HasLogLine(capture.Take(), "<Error>", "OV_ImcConfGetMultiByFunc",
-                                   "Failed to callback ReplyHandlerFunc Invalid argument"));
+    ovtest::ExpectLine(capture.Take(), "<Error>", "OV_ImcConfGetMultiByFunc",
+                       "Failed to callback ReplyHandlerFunc Invalid argument");
     EXPECT_EQ(server_->Requests().size(), 1u);
 }
 
@@ -223,8 +205,6 @@ TEST_F(ImcConfClientTest, BadReplyFailsTheCallAndTheNextCallReconnects) {
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.rc);
-        OV_ImcConfClientExit();
-        server_.reset();
         Start([&c](TestServer &s, OV_PipeConn *conn, int index) {
             while (s.ReadRequest(conn)) {
                 if (index == 0) {
@@ -238,7 +218,7 @@ TEST_F(ImcConfClientTest, BadReplyFailsTheCallAndTheNextCallReconnects) {
         EXPECT_EQ(OV_ImcConfSet(10, 1, "a", 1), c.rc);
         EXPECT_EQ(OV_ImcConfSet(10, 1, "b", 1), 0);
         std::string out = capture.Take();
-        EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", "_OV_ImcRecvAllReply", c.lines[0])) << out;
+        ovtest::ExpectLine(out, "<Error>", "_OV_ImcRecvAllReply", c.lines[0]);
         EXPECT_EQ(ovtest::CountOf(out, c.lines[1]), 1u) << out;
         EXPECT_EQ(ovtest::CountOf(out, "IMC conf client connnects to server"), 1u) << out;
         EXPECT_EQ(server_->Served(), 2);
@@ -255,16 +235,11 @@ TEST_F(ImcConfClientTest, StalledServerTimesOut) {
     ovtest::StdoutCapture capture;
     uint64_t start = OV_GetTickCount64();
     EXPECT_EQ(OV_ImcConfSet(10, 1, "a", 1), -254);
-    uint64_t waited = OV_GetTickCount64() - start;
-    EXPECT_GE(waited, 2900u);
-    EXPECT_LT(waited, 4500u);
+    ovtest::ExpectWaited(start, 2900, 4500);
     std::string out = capture.Take();
-    EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", "_OV_ImcWait",
-                                   "Failed to get overlapped result error code=258"))
-        << out;
-    EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", "_OV_ImcRecvAllReply",
-                                   "Failed to receive header ret=-254"))
-        << out;
+    ovtest::ExpectLine(out, "<Error>", "_OV_ImcWait",
+                       "Failed to get overlapped result error code=258");
+    ovtest::ExpectLine(out, "<Error>", "_OV_ImcRecvAllReply", "Failed to receive header ret=-254");
 }
 
 TEST_F(ImcConfClientTest, ConcurrentCallersNeverInterleave) {

@@ -1,13 +1,8 @@
 // Tests of what only the POSIX build has: pipe names mapped to socket files,
 // and the files' life cycle.
-#include "imc/pipe.h"
 #include "imc/pipe_server.h"
 
-#include "base/platform.h"
-#include "tests/support/capture.h"
-#include "tests/support/test_server.h"
-
-#include <gtest/gtest.h>
+#include "imc/channel_test_util.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -95,8 +90,8 @@ TEST_F(ImcPipePosixTest, StaleSocketIsNoServerAndIsReplaced) {
     OV_PipeHandle h = OV_INVALID_PIPE_HANDLE;
     ovtest::StdoutCapture capture;
     EXPECT_EQ(OV_ImcConnect(name_.c_str(), 0, &h), -2);
-    EXPECT_TRUE(ovtest::HasLogLine(capture.Take(), "<Error>", "OV_ImcConnect",
-                                   "Fail to connect pipe! error code=2"));
+    ovtest::ExpectLine(capture.Take(), "<Error>", "OV_ImcConnect",
+                       "Fail to connect pipe! error code=2");
     OV_PipeServer *server = nullptr;
     ASSERT_EQ(OV_PipeServerCreate(name_.c_str(), 3, &server), 0);
     EXPECT_EQ(OV_ImcConnect(name_.c_str(), 0, &h), 0);
@@ -111,15 +106,15 @@ TEST_F(ImcPipePosixTest, LeavesAFileThatIsNoSocketAlone) {
     OV_PipeServer *server = nullptr;
     ovtest::StdoutCapture capture;
     EXPECT_EQ(OV_PipeServerCreate(name_.c_str(), 3, &server), -17);
-    EXPECT_TRUE(ovtest::HasLogLine(capture.Take(), "<Error>", "OV_PipeServerCreate",
-                                   "Pipe " + path_ + " is already owned by another server"));
+    ovtest::ExpectLine(capture.Take(), "<Error>", "OV_PipeServerCreate",
+                       "Pipe " + path_ + " is already owned by another server");
     EXPECT_EQ(access(path_.c_str(), F_OK), 0);
     unlink(path_.c_str());
 }
 
 TEST_F(ImcPipePosixTest, SocketFileIsPrivateAndRemovedOnDestroy) {
     std::string dir = path_.substr(0, path_.rfind('/')) + "/sub";
-    setenv("OV_PIPE_DIR", dir.c_str(), 1);
+    PipeDir sub(dir.c_str());
     char path[108];
     ASSERT_EQ(OV_ImcPipePath(name_.c_str(), path, sizeof path), 0);
     OV_PipeServer *server = nullptr;
@@ -133,7 +128,6 @@ TEST_F(ImcPipePosixTest, SocketFileIsPrivateAndRemovedOnDestroy) {
     OV_PipeServerDestroy(server);
     EXPECT_NE(stat(path, &st), 0);
     rmdir(dir.c_str());
-    setenv("OV_PIPE_DIR", path_.substr(0, path_.rfind('/')).c_str(), 1);
 }
 
 // One instance, one client queued: an accept that fails for want of a
