@@ -7,15 +7,14 @@
 
 namespace {
 
-using ovtest::Bytes;
-using ovtest::TestServer;
+using namespace ovtest;
 
-class ImcAgentTest : public ovtest::ChannelTest {
+class ImcAgentTest : public ChannelTest {
   protected:
     /// Runs script on the server end with a fresh message while the test, as
     /// a client, writes `sent` and goes.
     void Exchange(const Bytes &sent, std::function<void(OV_PipeConn *, FlexMsg *)> script) {
-        std::wstring name = ovtest::UniquePipeName("agent");
+        std::wstring name = UniquePipeName("agent");
         TestServer server(name, [&](TestServer &, OV_PipeConn *conn, int) {
             FlexMsg *msg = OV_FlexMsgAlloc();
             script(conn, msg);
@@ -25,7 +24,7 @@ class ImcAgentTest : public ovtest::ChannelTest {
         EXPECT_EQ(Send(handle_, sent), 0);
         OV_ImcClose(handle_);
         handle_ = OV_INVALID_PIPE_HANDLE;
-        ovtest::WaitServed(server);
+        WaitServed(server);
     } // the server's script has finished when this returns
 };
 
@@ -40,10 +39,10 @@ TEST_F(ImcAgentTest, HeaderCheckAcceptsModulesBelow25) {
 }
 
 TEST_F(ImcAgentTest, ReceivesBackToBackRequestsExactly) {
-    const Bytes first = ovtest::Concat(ovtest::RequestHeader(10, 1, 5), ovtest::Pattern(5, 1));
-    const Bytes second = ovtest::RequestHeader(24, 0x300, 0);
+    const Bytes first = Concat(RequestHeader(10, 1, 5), Pattern(5, 1));
+    const Bytes second = RequestHeader(24, 0x300, 0);
     std::vector<Bytes> got;
-    Exchange(ovtest::Concat(first, second), [&](OV_PipeConn *conn, FlexMsg *msg) {
+    Exchange(Concat(first, second), [&](OV_PipeConn *conn, FlexMsg *msg) {
         for (int i = 0; i < 2; ++i) {
             ASSERT_EQ(OV_ImcAgentRecvRequest(conn, msg, 1000), 0);
             got.emplace_back(msg->data, msg->data + msg->length);
@@ -59,16 +58,16 @@ TEST_F(ImcAgentTest, RefusedOrCutRequestsLeaveTheMessageEmpty) {
         const char *line;
     };
     const Case cases[] = {
-        {ovtest::Concat(ovtest::RequestHeader(25, 1, 2), {1, 2}), -22,
+        {Concat(RequestHeader(25, 1, 2), {1, 2}), -22,
          "Check request header failed, the configurations is invaild"},
-        {ovtest::RequestHeader(3, 1, UINT64_MAX), -12, "Failed to call OV_FlexMsgDataMaybePull"},
+        {RequestHeader(3, 1, UINT64_MAX), -12, "Failed to call OV_FlexMsgDataMaybePull"},
         {Bytes(5, 3), -32, nullptr}, // cut in the header
-        {ovtest::Concat(ovtest::RequestHeader(3, 1, 5), {1, 2}), -32, nullptr},
+        {Concat(RequestHeader(3, 1, 5), {1, 2}), -32, nullptr},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(&c - cases);
         int32_t rc = 0;
-        ovtest::StdoutCapture capture;
+        StdoutCapture capture;
         Exchange(c.sent, [&](OV_PipeConn *conn, FlexMsg *msg) {
             rc = OV_ImcAgentRecvRequest(conn, msg, 1000);
             EXPECT_EQ(msg->length, 0u);
@@ -82,9 +81,9 @@ TEST_F(ImcAgentTest, RefusedOrCutRequestsLeaveTheMessageEmpty) {
 }
 
 TEST_F(ImcAgentTest, IdleWaitConsumesNothing) {
-    const Bytes request = ovtest::RequestHeader(8, 2, 0);
+    const Bytes request = RequestHeader(8, 2, 0);
     Bytes got;
-    std::wstring name = ovtest::UniquePipeName("idle");
+    std::wstring name = UniquePipeName("idle");
     TestServer server(name, [&](TestServer &, OV_PipeConn *conn, int) {
         FlexMsg *msg = OV_FlexMsgAlloc();
         EXPECT_EQ(OV_ImcAgentRecvRequest(conn, msg, 50), -138);
@@ -103,12 +102,12 @@ TEST_F(ImcAgentTest, IdleWaitConsumesNothing) {
 TEST_F(ImcAgentTest, RepliesCarryStatusLengthAndZeroReservedBytes) {
     std::memset(msg_->data, 0xAA, 64);
     OV_ImcAgentSetStatusReply(msg_, -40);
-    EXPECT_EQ(Data(), ovtest::ReplyHeader(-40, 0));
+    EXPECT_EQ(Data(), ReplyHeader(-40, 0));
 
     std::memset(msg_->data, 0xAA, 64);
-    const Bytes data = ovtest::Pattern(24, 5);
+    const Bytes data = Pattern(24, 5);
     ASSERT_EQ(OV_ImcAgentSetDataReply(msg_, 0, data.data(), data.size()), 0);
-    EXPECT_EQ(Data(), ovtest::Concat(ovtest::ReplyHeader(0, 24), data));
+    EXPECT_EQ(Data(), Concat(ReplyHeader(0, 24), data));
 }
 
 } // namespace

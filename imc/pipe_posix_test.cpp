@@ -18,6 +18,8 @@
 
 namespace {
 
+using namespace ovtest;
+
 // Sets OV_PIPE_DIR for one test and restores the private directory after it.
 class PipeDir {
   public:
@@ -65,7 +67,7 @@ class ImcPipePosixTest : public testing::Test {
   protected:
     void SetUp() override {
         ovtest::UsePrivatePipeDir();
-        name_ = ovtest::UniquePipeName("file");
+        name_ = UniquePipeName("file");
         char path[108];
         ASSERT_EQ(OV_ImcPipePath(name_.c_str(), path, sizeof path), 0);
         path_ = path;
@@ -88,10 +90,9 @@ class ImcPipePosixTest : public testing::Test {
 TEST_F(ImcPipePosixTest, StaleSocketIsNoServerAndIsReplaced) {
     MakeStaleSocket();
     OV_PipeHandle h = OV_INVALID_PIPE_HANDLE;
-    ovtest::StdoutCapture capture;
+    StdoutCapture capture;
     EXPECT_EQ(OV_ImcConnect(name_.c_str(), 0, &h), -2);
-    ovtest::ExpectLine(capture.Take(), "<Error>", "OV_ImcConnect",
-                       "Fail to connect pipe! error code=2");
+    ExpectLine(capture.Take(), "<Error>", "OV_ImcConnect", "Fail to connect pipe! error code=2");
     OV_PipeServer *server = nullptr;
     ASSERT_EQ(OV_PipeServerCreate(name_.c_str(), 3, &server), 0);
     EXPECT_EQ(OV_ImcConnect(name_.c_str(), 0, &h), 0);
@@ -104,10 +105,10 @@ TEST_F(ImcPipePosixTest, LeavesAFileThatIsNoSocketAlone) {
     ASSERT_NE(f, nullptr);
     std::fclose(f);
     OV_PipeServer *server = nullptr;
-    ovtest::StdoutCapture capture;
+    StdoutCapture capture;
     EXPECT_EQ(OV_PipeServerCreate(name_.c_str(), 3, &server), -17);
-    ovtest::ExpectLine(capture.Take(), "<Error>", "OV_PipeServerCreate",
-                       "Pipe " + path_ + " is already owned by another server");
+    ExpectLine(capture.Take(), "<Error>", "OV_PipeServerCreate",
+               "Pipe " + path_ + " is already owned by another server");
     EXPECT_EQ(access(path_.c_str(), F_OK), 0);
     unlink(path_.c_str());
 }

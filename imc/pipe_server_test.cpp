@@ -13,13 +13,12 @@
 
 namespace {
 
-using ovtest::Bytes;
-using ovtest::TestServer;
+using namespace ovtest;
 
-using PipeServerTest = ovtest::ChannelTest;
+using PipeServerTest = ChannelTest;
 
 TEST_F(PipeServerTest, BadArgumentsAndASecondServerForTheSameNameAreRefused) {
-    std::wstring name = ovtest::UniquePipeName("owned");
+    std::wstring name = UniquePipeName("owned");
     OV_PipeServer *second = nullptr;
     EXPECT_EQ(OV_PipeServerCreate(name.c_str(), 0, &second), -22);
     EXPECT_EQ(OV_PipeServerCreate(name.c_str(), OV_PIPE_SERVER_MAX_INSTANCES + 1, &second), -22);
@@ -27,10 +26,10 @@ TEST_F(PipeServerTest, BadArgumentsAndASecondServerForTheSameNameAreRefused) {
     EXPECT_EQ(second, nullptr);
     OV_PipeServer *first = nullptr;
     ASSERT_EQ(OV_PipeServerCreate(name.c_str(), 3, &first), 0);
-    ovtest::StdoutCapture capture;
+    StdoutCapture capture;
     EXPECT_EQ(OV_PipeServerCreate(name.c_str(), 3, &second), -17);
     std::string out = capture.Take();
-    EXPECT_EQ(ovtest::CountOf(out, "is already owned by another server\n"), 1u) << out;
+    EXPECT_EQ(CountOf(out, "is already owned by another server\n"), 1u) << out;
     OV_PipeServerDestroy(first);
     ASSERT_EQ(OV_PipeServerCreate(name.c_str(), 3, &second), 0) << "the name is free again";
     OV_PipeServerDestroy(second);
@@ -39,7 +38,7 @@ TEST_F(PipeServerTest, BadArgumentsAndASecondServerForTheSameNameAreRefused) {
 TEST_F(PipeServerTest, ServesThreeClientsAtOnce) {
     std::atomic<int> inside{0};
     std::atomic<int> most{0};
-    std::wstring name = ovtest::UniquePipeName("three");
+    std::wstring name = UniquePipeName("three");
     TestServer server(
         name,
         [&](TestServer &s, OV_PipeConn *conn, int) {
@@ -79,7 +78,7 @@ TEST_F(PipeServerTest, ServesThreeClientsAtOnce) {
 }
 
 TEST_F(PipeServerTest, AcceptTimesOutAndShutdownWakesIt) {
-    std::wstring name = ovtest::UniquePipeName("wake");
+    std::wstring name = UniquePipeName("wake");
     OV_PipeServer *server = nullptr;
     ASSERT_EQ(OV_PipeServerCreate(name.c_str(), 3, &server), 0);
     OV_PipeConn *conn = nullptr;
@@ -105,7 +104,7 @@ TEST_F(PipeServerTest, ClientOfAnInstanceListenedOnAnEndedThreadIsServed) {
     // Closed on a thread that then ends (as agentsim's connection threads
     // do), whose pending I/O Windows cancels: the client that connects next
     // must still be accepted, not dropped.
-    std::wstring name = ovtest::UniquePipeName("handover");
+    std::wstring name = UniquePipeName("handover");
     OV_PipeServer *server = nullptr;
     ASSERT_EQ(OV_PipeServerCreate(name.c_str(), 1, &server), 0);
     ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &handle_), 0);
@@ -125,7 +124,7 @@ TEST_F(PipeServerTest, ClientOfAnInstanceListenedOnAnEndedThreadIsServed) {
 }
 
 TEST_F(PipeServerTest, ReadsResumeAfterAPauseAndReportTheClientLeavingAndTimeOuts) {
-    std::wstring name = ovtest::UniquePipeName("gone");
+    std::wstring name = UniquePipeName("gone");
     std::array<int32_t, 3> rcs{};
     std::array<size_t, 2> got{99, 99};
     uint8_t buf[16] = {};
@@ -143,7 +142,7 @@ TEST_F(PipeServerTest, ReadsResumeAfterAPauseAndReportTheClientLeavingAndTimeOut
         }
         OV_ImcClose(handle_);
         handle_ = OV_INVALID_PIPE_HANDLE;
-        ovtest::WaitServed(server);
+        WaitServed(server);
     }
     EXPECT_EQ(rcs, (std::array<int32_t, 3>{-138, 0, -32}));
     EXPECT_EQ(got, (std::array<size_t, 2>{8, 3}));

@@ -5,23 +5,22 @@
 
 namespace {
 
-using ovtest::Bytes;
-using ovtest::TestServer;
-using ImcPipeTest = ovtest::ChannelTest;
+using namespace ovtest;
+using ImcPipeTest = ChannelTest;
 
 TEST_F(ImcPipeTest, NoServerFailsAtOnceWithNotFound) {
-    ovtest::StdoutCapture capture;
+    StdoutCapture capture;
     uint64_t start = OV_GetTickCount64();
-    EXPECT_EQ(OV_ImcConnect(ovtest::UniquePipeName("nobody").c_str(), 0, &handle_), -2);
-    ovtest::ExpectWaited(start, 0, 1000);
+    EXPECT_EQ(OV_ImcConnect(UniquePipeName("nobody").c_str(), 0, &handle_), -2);
+    ExpectWaited(start, 0, 1000);
     EXPECT_EQ(handle_, OV_INVALID_PIPE_HANDLE);
-    ovtest::ExpectOnlyLine(capture.Take(), "<Error>", "OV_ImcConnect",
-                           "Fail to connect pipe! error code=2");
+    ExpectOnlyLine(capture.Take(), "<Error>", "OV_ImcConnect",
+                   "Fail to connect pipe! error code=2");
 }
 
 TEST_F(ImcPipeTest, ReadInPiecesDeliversExactlyNAndRaisesLengthOnce) {
-    const Bytes reply = ovtest::Pattern(40, 7);
-    std::wstring name = ovtest::UniquePipeName("pieces");
+    const Bytes reply = Pattern(40, 7);
+    std::wstring name = UniquePipeName("pieces");
     TestServer server(name, [&](TestServer &, OV_PipeConn *conn, int) {
         // In pieces with pauses, so the reader sees part at once and waits for the rest.
         const size_t cuts[] = {0, 5, 17, reply.size()};
@@ -33,16 +32,16 @@ TEST_F(ImcPipeTest, ReadInPiecesDeliversExactlyNAndRaisesLengthOnce) {
     ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &handle_), 0);
     ASSERT_EQ(OV_FlexMsgAppend(msg_, "\1\2\3", 3), 0);
     ASSERT_EQ(OV_ImcRecvAll(handle_, msg_, reply.size(), 1), 0);
-    EXPECT_EQ(Data(), ovtest::Concat({1, 2, 3}, reply));
+    EXPECT_EQ(Data(), Concat({1, 2, 3}, reply));
 }
 
 TEST_F(ImcPipeTest, LargeSendArrivesWhole) {
     // Larger than any pipe or socket buffer, so writes go pending.
-    const Bytes request = ovtest::Pattern(3 * 1024 * 1024, 1);
+    const Bytes request = Pattern(3 * 1024 * 1024, 1);
     Bytes received(request.size());
     int32_t readRc = 1;
     {
-        std::wstring name = ovtest::UniquePipeName("large");
+        std::wstring name = UniquePipeName("large");
         TestServer server(name, [&](TestServer &, OV_PipeConn *conn, int) {
             OV_SleepMs(100);
             readRc = OV_PipeConnRead(conn, received.data(), received.size(), 3000, nullptr);
@@ -55,30 +54,30 @@ TEST_F(ImcPipeTest, LargeSendArrivesWhole) {
 }
 
 TEST_F(ImcPipeTest, PeerClosingMidReadBreaksThePipeAndKeepsTheLength) {
-    std::wstring name = ovtest::UniquePipeName("midread");
+    std::wstring name = UniquePipeName("midread");
     TestServer server(name, [](TestServer &, OV_PipeConn *conn, int) {
         EXPECT_EQ(OV_PipeConnWrite(conn, "abcdef", 6, 1000), 0);
         OV_SleepMs(100); // the reader is waiting when the close comes
     });
     ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &handle_), 0);
     {
-        ovtest::StdoutCapture capture;
+        StdoutCapture capture;
         EXPECT_EQ(OV_ImcRecvAll(handle_, msg_, 16, 1), -32);
         EXPECT_EQ(msg_->length, 0u);
-        ovtest::ExpectOnlyLine(capture.Take(), "<Error>", "_OV_ImcWait",
-                               "Failed to get overlapped result error code=109");
+        ExpectOnlyLine(capture.Take(), "<Error>", "_OV_ImcWait",
+                       "Failed to get overlapped result error code=109");
     }
-    ovtest::StdoutCapture capture;
+    StdoutCapture capture;
     // Reading again fails at once; writing to the gone peer is "no data" (232).
     EXPECT_EQ(OV_ImcRecvAll(handle_, msg_, 16, 1), -32);
     EXPECT_EQ(Send(handle_, {'x'}), -2);
     std::string out = capture.Take();
-    EXPECT_EQ(ovtest::CountOf(out, "]Failed to read named pipe error code=0\n"), 2u) << out;
+    EXPECT_EQ(CountOf(out, "]Failed to read named pipe error code=0\n"), 2u) << out;
 }
 
 // Slow: once, the 3000 ms wait for a busy pipe runs out.
 TEST_F(ImcPipeTest, BusyPipeFailsAfterTheWaitOrConnectsWhenAnInstanceFrees) {
-    std::wstring name = ovtest::UniquePipeName("busy");
+    std::wstring name = UniquePipeName("busy");
     TestServer server(
         name,
         [](TestServer &s, OV_PipeConn *, int index) {
@@ -88,24 +87,23 @@ TEST_F(ImcPipeTest, BusyPipeFailsAfterTheWaitOrConnectsWhenAnInstanceFrees) {
         },
         1);
     ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &handle_), 0);
-    ovtest::WaitServed(server); // the first client holds the only instance
+    WaitServed(server); // the first client holds the only instance
     // Clients that a POSIX listen queue takes in before it reports busy.
     std::vector<OV_PipeHandle> queued(OV_PipeServerQueuedClients(), OV_INVALID_PIPE_HANDLE);
     for (OV_PipeHandle &h : queued) {
         ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &h), 0);
     }
     OV_PipeHandle waiting = OV_INVALID_PIPE_HANDLE;
-    ovtest::StdoutCapture capture;
+    StdoutCapture capture;
     uint64_t start = OV_GetTickCount64();
     EXPECT_EQ(OV_ImcConnect(name.c_str(), 0, &waiting), -138);
-    ovtest::ExpectWaited(start, 2900, 4500);
-    ovtest::ExpectLine(capture.Take(), "<Error>", "OV_ImcConnect",
-                       "Fail to wait for pipe! error code=121");
+    ExpectWaited(start, 2900, 4500);
+    ExpectLine(capture.Take(), "<Error>", "OV_ImcConnect", "Fail to wait for pipe! error code=121");
 
     std::thread client([&] {
         start = OV_GetTickCount64();
         EXPECT_EQ(OV_ImcConnect(name.c_str(), 0, &waiting), 0);
-        ovtest::ExpectWaited(start, 300, 2500);
+        ExpectWaited(start, 300, 2500);
     });
     OV_SleepMs(400);
     server.Release();
