@@ -24,13 +24,9 @@ using namespace ovtest;
 class PipeDir {
   public:
     explicit PipeDir(const char *dir) {
-        ovtest::UsePrivatePipeDir();
+        UsePrivatePipeDir();
         saved_ = std::getenv("OV_PIPE_DIR");
-        if (dir == nullptr) {
-            unsetenv("OV_PIPE_DIR");
-        } else {
-            setenv("OV_PIPE_DIR", dir, 1);
-        }
+        dir == nullptr ? unsetenv("OV_PIPE_DIR") : setenv("OV_PIPE_DIR", dir, 1);
     }
     ~PipeDir() { setenv("OV_PIPE_DIR", saved_.c_str(), 1); }
 
