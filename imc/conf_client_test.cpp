@@ -2,11 +2,7 @@
 // bytes on the wire, reply interpretation, failures and reconnection.
 #include "imc/conf_client.h"
 
-#include "base/platform.h"
-#include "tests/support/capture.h"
-#include "tests/support/test_server.h"
-
-#include <gtest/gtest.h>
+#include "imc/channel_test_util.h"
 
 #include <cstring>
 #include <memory>
@@ -14,72 +10,58 @@
 
 namespace {
 
-using ovtest::Bytes;
-using ovtest::TestServer;
+using namespace ovtest;
 
-class ImcConfClientTest : public testing::Test {
+class ImcConfClientTest : public ovtest::ConfClientTest {
   protected:
-    void SetUp() override {
-        ovtest::UsePrivatePipeDir();
-        name_ = ovtest::UniquePipeName("client");
-        OV_ImcConfClientSetPipeName(name_.c_str());
-    }
     void TearDown() override {
-        ovtest::StdoutCapture capture;
-        OV_ImcConfClientExit();
-        OV_ImcConfClientSetPipeName(nullptr);
+        StdoutCapture capture;
+        ConfClientTest::TearDown();
         server_.reset();
         // Every message went back and the module is stopped: nothing can be allocated.
         FlexMsg *left = OV_FlexMsgAlloc();
         EXPECT_EQ(left, nullptr);
         OV_FlexMsgFree(left);
-        EXPECT_EQ(ovtest::CountOf(capture.Take(), "with memory leak"), 0u);
+        EXPECT_EQ(CountOf(capture.Take(), "with memory leak"), 0u);
     }
 
-    /// Starts the server with a script and connects the client to it.
+    /// (Re)starts the server with a script and connects the client to it.
     void Start(ovtest::ConnScript script) {
+        OV_ImcConfClientExit();
+        server_.reset();
         server_ = std::make_unique<TestServer>(name_, std::move(script));
         ASSERT_EQ(server_->CreateResult(), 0);
         ASSERT_EQ(OV_ImcConfClientInit(), 0);
     }
 
-    std::wstring name_;
     std::unique_ptr<TestServer> server_;
 };
 
 TEST_F(ImcConfClientTest, SetSendsHeaderAndTheWholePayload) {
     Start(ovtest::ReplyToEach(0));
     EXPECT_EQ(OV_ImcConfSet(3, 0x100, nullptr, 0), 0);
-    EXPECT_EQ(server_->Requests().back(), ovtest::RequestHeader(3, 0x100, 0));
+    EXPECT_EQ(server_->Requests().back(), RequestHeader(3, 0x100, 0));
     for (size_t size : {72u, 5000u, 10000u, 17528u}) {
-        Bytes record = ovtest::Pattern(size, 9);
+        Bytes record = Pattern(size, 9);
         EXPECT_EQ(OV_ImcConfSet(4, 2, record.data(), static_cast<uint32_t>(size)), 0);
-        EXPECT_EQ(server_->Requests().back(),
-                  ovtest::Concat(ovtest::RequestHeader(4, 2, size), record));
+        EXPECT_EQ(server_->Requests().back(), Concat(RequestHeader(4, 2, size), record));
     }
 }
 
 TEST_F(ImcConfClientTest, InitWithoutServerFailsAtOnce) {
-    ovtest::StdoutCapture capture;
+    StdoutCapture capture;
     uint64_t start = OV_GetTickCount64();
     EXPECT_EQ(OV_ImcConfClientInit(), -2);
-    EXPECT_LT(OV_GetTickCount64() - start, 1000u);
+    ExpectWaited(start, 0, 1000);
     std::string out = capture.Take();
-    EXPECT_TRUE(ovtest::HasLogLine(out, "<Debug>", "_OV_ImcConfConnect",
-                                   "IMC conf client connnects to server"))
-        << out;
-    EXPECT_TRUE(
-        ovtest::HasLogLine(out, "<Error>", "OV_ImcConnect", "Fail to connect pipe! error code=2"))
-        << out;
-    EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", "OV_ImcConfClientInit",
-                                   "Failed to connect to imc server ret=-2"))
-        << out;
+    ExpectLine(out, "<Debug>", "_OV_ImcConfConnect", "IMC conf client connnects to server");
+    ExpectLine(out, "<Error>", "OV_ImcConfClientInit", "Failed to connect to imc server ret=-2");
     // The failed start has stopped the message module again.
-    EXPECT_EQ(ovtest::CountOf(out, "<Info>unregister memory module FlexMsg success"), 1u) << out;
+    EXPECT_EQ(CountOf(out, "<Info>unregister memory module FlexMsg success"), 1u) << out;
 }
 
 TEST_F(ImcConfClientTest, GetCopiesReplyDataAndJudgesItsSize) {
-    const Bytes data = ovtest::Pattern(8, 0x10);
+    const Bytes data = Pattern(8, 0x10);
     struct Case {
         const char *what;
         Bytes reply;
@@ -96,18 +78,16 @@ TEST_F(ImcConfClientTest, GetCopiesReplyDataAndJudgesItsSize) {
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.what);
-        OV_ImcConfClientExit();
-        server_.reset();
         Start(ovtest::ReplyToEach(0, c.reply));
         Bytes buffer(16, 0xEE);
-        ovtest::StdoutCapture capture;
+        StdoutCapture capture;
         EXPECT_EQ(OV_ImcConfGet(10, 513, "k", 1, buffer.data(), c.bufferSize), c.rc);
         Bytes expected(16, 0xEE);
         std::memcpy(expected.data(), data.data(), c.copied);
         EXPECT_EQ(buffer, expected);
         std::string out = capture.Take();
         if (c.line != nullptr) {
-            EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", "OV_ImcConfGet", c.line)) << out;
+            ExpectOnlyLine(out, "<Error>", "OV_ImcConfGet", c.line);
         } else {
             EXPECT_EQ(out, "");
         }
@@ -121,8 +101,8 @@ struct Seen {
 
 int Remember(const void *reply, uint64_t len, void *ctx) {
     auto *seen = static_cast<Seen *>(ctx);
-    const auto *p = static_cast<const uint8_t *>(reply);
-    seen->reply.assign(p, p + len);
+    seen->reply.assign(static_cast<const uint8_t *>(reply),
+                       static_cast<const uint8_t *>(reply) + len);
     ++seen->calls;
     return 42;
 }
@@ -142,18 +122,17 @@ TEST_F(ImcConfClientTest, RequestGoesOnlyWithPointerAndLengthAndTheReplyToTheHan
     EXPECT_EQ(OV_ImcConfGetByFunc(4, 0x21, "q", 1, Remember, &seen), 42);
     EXPECT_EQ(seen.reply, (Bytes{7, 8, 9}));
     EXPECT_EQ(OV_ImcConfGetByFunc(4, 0x21, nullptr, 0, nullptr, nullptr), 0);
-    std::vector<Bytes> requests = server_->Requests();
-    ASSERT_EQ(requests.size(), 5u);
-    EXPECT_EQ(requests[0], ovtest::RequestHeader(15, 7, 0));
-    EXPECT_EQ(requests[1], ovtest::RequestHeader(15, 7, 0));
-    EXPECT_EQ(requests[2], ovtest::Concat(ovtest::RequestHeader(15, 7, 4), {'a', 'b', 'c', 'd'}));
-    EXPECT_EQ(requests[3], ovtest::Concat(ovtest::RequestHeader(4, 0x21, 1), {'q'}));
+    EXPECT_EQ(
+        server_->Requests(),
+        (std::vector<Bytes>{RequestHeader(15, 7, 0), RequestHeader(15, 7, 0),
+                            Concat(RequestHeader(15, 7, 4), {'a', 'b', 'c', 'd'}),
+                            Concat(RequestHeader(4, 0x21, 1), {'q'}), RequestHeader(4, 0x21, 0)}));
 }
 
 TEST_F(ImcConfClientTest, AgentFailureIsReturnedUnchangedWithoutCallingAHandler) {
     Start(ovtest::ReplyToEach(-22));
     Seen seen;
-    ovtest::StdoutCapture capture;
+    StdoutCapture capture;
     EXPECT_EQ(OV_ImcConfSet(10, 1, "abc", 3), -22);
     EXPECT_EQ(OV_ImcConfGet(10, 2, nullptr, 0, nullptr, 0), -22); // logs nothing for the status
     EXPECT_EQ(OV_ImcConfGetByFunc(4, 1, nullptr, 0, Remember, &seen), -22);
@@ -162,9 +141,7 @@ TEST_F(ImcConfClientTest, AgentFailureIsReturnedUnchangedWithoutCallingAHandler)
     std::string out = capture.Take();
     for (const char *caller :
          {"OV_ImcConfSet", "OV_ImcConfGetByFunc", "OV_ImcConfGetMultiByFunc"}) {
-        EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", caller,
-                                       "Failed to call OV_ImcConfigure Invalid argument"))
-            << out;
+        ExpectLine(out, "<Error>", caller, "Failed to call OV_ImcConfigure Invalid argument");
     }
     EXPECT_EQ(ovtest::Lines(out).size(), 3u) << out;
 }
@@ -196,16 +173,16 @@ TEST_F(ImcConfClientTest, MultiGetPagesWhileTheHandlerAsksForMore) {
     std::vector<Bytes> requests = server_->Requests();
     ASSERT_EQ(requests.size(), 4u);
     for (uint8_t i = 0; i < 4; ++i) {
-        EXPECT_EQ(requests[i], ovtest::Concat(ovtest::RequestHeader(15, 3, 1), {i}));
+        EXPECT_EQ(requests[i], Concat(RequestHeader(15, 3, 1), {i}));
     }
 }
 
 TEST_F(ImcConfClientTest, MultiGetStopsAtAFailingHandler) {
     Start(ovtest::ReplyToEach(0, {1}));
-    ovtest::StdoutCapture capture;
+    StdoutCapture capture;
     EXPECT_EQ(OV_ImcConfGetMultiByFunc(15, 3, nullptr, 0, Refuse, nullptr), -22);
-    EXPECT_TRUE(ovtest::HasLogLine(capture.Take(), "<Error>", "OV_ImcConfGetMultiByFunc",
-                                   "Failed to callback ReplyHandlerFunc Invalid argument"));
+    ExpectLine(capture.Take(), "<Error>", "OV_ImcConfGetMultiByFunc",
+               "Failed to callback ReplyHandlerFunc Invalid argument");
     EXPECT_EQ(server_->Requests().size(), 1u);
 }
 
@@ -217,14 +194,12 @@ TEST_F(ImcConfClientTest, BadReplyFailsTheCallAndTheNextCallReconnects) {
     };
     const Case cases[] = {
         {Bytes(10, 0), -32, {"Failed to receive header ret=-32", "Broken pipe"}},
-        {ovtest::ReplyHeader(0, UINT64_MAX),
+        {ReplyHeader(0, UINT64_MAX),
          -12, // nothing grows for it
          {"Failed to receive payload ret=-12", "realloc memory failed\n"}},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.rc);
-        OV_ImcConfClientExit();
-        server_.reset();
         Start([&c](TestServer &s, OV_PipeConn *conn, int index) {
             while (s.ReadRequest(conn)) {
                 if (index == 0) {
@@ -234,13 +209,13 @@ TEST_F(ImcConfClientTest, BadReplyFailsTheCallAndTheNextCallReconnects) {
                 s.Reply(conn, 0);
             }
         });
-        ovtest::StdoutCapture capture;
+        StdoutCapture capture;
         EXPECT_EQ(OV_ImcConfSet(10, 1, "a", 1), c.rc);
         EXPECT_EQ(OV_ImcConfSet(10, 1, "b", 1), 0);
         std::string out = capture.Take();
-        EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", "_OV_ImcRecvAllReply", c.lines[0])) << out;
-        EXPECT_EQ(ovtest::CountOf(out, c.lines[1]), 1u) << out;
-        EXPECT_EQ(ovtest::CountOf(out, "IMC conf client connnects to server"), 1u) << out;
+        ExpectLine(out, "<Error>", "_OV_ImcRecvAllReply", c.lines[0]);
+        EXPECT_EQ(CountOf(out, c.lines[1]), 1u) << out;
+        EXPECT_EQ(CountOf(out, "IMC conf client connnects to server"), 1u) << out;
         EXPECT_EQ(server_->Served(), 2);
     }
 }
@@ -252,47 +227,39 @@ TEST_F(ImcConfClientTest, StalledServerTimesOut) {
             s.WaitRelease(10000);
         }
     });
-    ovtest::StdoutCapture capture;
+    StdoutCapture capture;
     uint64_t start = OV_GetTickCount64();
     EXPECT_EQ(OV_ImcConfSet(10, 1, "a", 1), -254);
-    uint64_t waited = OV_GetTickCount64() - start;
-    EXPECT_GE(waited, 2900u);
-    EXPECT_LT(waited, 4500u);
+    ExpectWaited(start, 2900, 4500);
     std::string out = capture.Take();
-    EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", "_OV_ImcWait",
-                                   "Failed to get overlapped result error code=258"))
-        << out;
-    EXPECT_TRUE(ovtest::HasLogLine(out, "<Error>", "_OV_ImcRecvAllReply",
-                                   "Failed to receive header ret=-254"))
-        << out;
+    ExpectLine(out, "<Error>", "_OV_ImcWait", "Failed to get overlapped result error code=258");
+    ExpectLine(out, "<Error>", "_OV_ImcRecvAllReply", "Failed to receive header ret=-254");
 }
 
 TEST_F(ImcConfClientTest, ConcurrentCallersNeverInterleave) {
     Start(ovtest::ReplyToEach(0, {1, 2}));
     auto caller = [](uint8_t module) {
         for (int i = 0; i < 20; ++i) {
-            Bytes record = ovtest::Pattern(300, module);
+            Bytes record = Pattern(300, module);
             uint8_t reply[2] = {};
             EXPECT_EQ(OV_ImcConfGet(module, 5, record.data(), 300, reply, 2), 0);
             EXPECT_EQ(reply[1], 2);
         }
     };
     std::thread a(caller, 3);
-    std::thread b(caller, 4);
+    caller(4);
     a.join();
-    b.join();
     std::vector<Bytes> requests = server_->Requests();
     ASSERT_EQ(requests.size(), 40u);
     for (const Bytes &r : requests) {
         uint8_t module = r[0];
-        EXPECT_EQ(
-            r, ovtest::Concat(ovtest::RequestHeader(module, 5, 300), ovtest::Pattern(300, module)));
+        EXPECT_EQ(r, Concat(RequestHeader(module, 5, 300), Pattern(300, module)));
     }
 }
 
 TEST_F(ImcConfClientTest, ExitTwiceReleasesEverythingOnce) {
     Start(ovtest::ReplyToEach(0));
-    ovtest::StdoutCapture capture;
+    StdoutCapture capture;
     OV_ImcConfClientExit();
     OV_ImcConfClientExit();
     // The test server is the module's other user: a second stop would have
@@ -300,7 +267,7 @@ TEST_F(ImcConfClientTest, ExitTwiceReleasesEverythingOnce) {
     FlexMsg *msg = OV_FlexMsgAlloc();
     EXPECT_NE(msg, nullptr);
     OV_FlexMsgFree(msg);
-    EXPECT_EQ(ovtest::CountOf(capture.Take(), "unregister memory module FlexMsg"), 0u);
+    EXPECT_EQ(CountOf(capture.Take(), "unregister memory module FlexMsg"), 0u);
     ASSERT_EQ(OV_ImcConfClientInit(), 0);
     ASSERT_EQ(OV_ImcConfClientInit(), 0) << "a second start first releases the first";
     EXPECT_EQ(OV_ImcConfSet(10, 1, nullptr, 0), 0);

@@ -1,34 +1,15 @@
 // Tests of the FlexMsg buffer: allocation, growth, header and payload.
 #include "imc/flexmsg.h"
 
-#include "base/mem.h"
-#include "tests/support/capture.h"
-#include "tests/support/test_server.h"
-
-#include <gtest/gtest.h>
+#include "imc/channel_test_util.h"
 
 #include <cstring>
 
 namespace {
 
-using ovtest::Bytes;
+using namespace ovtest;
 
-class FlexMsgTest : public testing::Test {
-  protected:
-    void SetUp() override {
-        ASSERT_EQ(OV_FlexMsgModuleStart(), 0);
-        msg_ = OV_FlexMsgAlloc();
-        ASSERT_NE(msg_, nullptr);
-    }
-    void TearDown() override {
-        OV_FlexMsgFree(msg_);
-        OV_FlexMsgModuleStop();
-    }
-
-    Bytes Data() const { return Bytes(msg_->data, msg_->data + msg_->length); }
-
-    FlexMsg *msg_ = nullptr;
-};
+using FlexMsgTest = ChannelTest;
 
 TEST_F(FlexMsgTest, PayloadGrowsTheBufferByAPageOrToTheExactNeed) {
     struct Case {
@@ -40,11 +21,11 @@ TEST_F(FlexMsgTest, PayloadGrowsTheBufferByAPageOrToTheExactNeed) {
         FlexMsg *msg = OV_FlexMsgAlloc();
         ASSERT_NE(msg, nullptr);
         OV_ImcMsgFillHeader(msg, 4, 7);
-        Bytes payload = ovtest::Pattern(c.payload, 3);
+        Bytes payload = Pattern(c.payload, 3);
         ASSERT_EQ(OV_ImcSafeSetRequestPayload(msg, payload.data(), payload.size()), 0);
         EXPECT_EQ(msg->capacity, c.capacity);
         EXPECT_EQ(Bytes(msg->data, msg->data + msg->length),
-                  ovtest::Concat(ovtest::RequestHeader(4, 7, c.payload), payload));
+                  Concat(RequestHeader(4, 7, c.payload), payload));
         OV_FlexMsgFree(msg);
     }
 }
@@ -54,15 +35,15 @@ TEST_F(FlexMsgTest, HeaderFillZeroesReservedBytesAndPayloadsAddUpInIt) {
     EXPECT_EQ(msg_->link.prev, &msg_->link);
     std::memset(msg_->data, 0xAA, 64);
     OV_ImcMsgFillHeader(msg_, 10, 0x0102);
-    EXPECT_EQ(Data(), ovtest::RequestHeader(10, 0x0102, 0));
+    EXPECT_EQ(Data(), RequestHeader(10, 0x0102, 0));
     EXPECT_EQ(OV_ImcSafeSetRequestPayload(msg_, nullptr, 4), -22);
-    Bytes a = ovtest::Pattern(3, 0);
-    Bytes b = ovtest::Pattern(5, 9);
+    Bytes a = Pattern(3, 0);
+    Bytes b = Pattern(5, 9);
     ASSERT_EQ(OV_ImcSafeSetRequestPayload(msg_, a.data(), a.size()), 0);
     ASSERT_EQ(OV_ImcSafeSetReplyPayload(msg_, b.data(), b.size()), 0);
     ASSERT_EQ(OV_ImcSafeSetRequestPayload(msg_, nullptr, 0), 0);
     EXPECT_EQ(OV_ImcMsgPayloadLen(msg_), 8u);
-    EXPECT_EQ(Data(), ovtest::Concat(ovtest::RequestHeader(10, 0x0102, 8), ovtest::Concat(a, b)));
+    EXPECT_EQ(Data(), Concat(RequestHeader(10, 0x0102, 8), Concat(a, b)));
 }
 
 TEST_F(FlexMsgTest, ImpossibleGrowthFailsAndLeavesTheMessageAlone) {
@@ -70,16 +51,15 @@ TEST_F(FlexMsgTest, ImpossibleGrowthFailsAndLeavesTheMessageAlone) {
     const Bytes before = Data();
     uint8_t *data = msg_->data;
     uint8_t byte = 0;
+    const std::string line =
+        std::string(kFixedStamp) + "<Error>_OV_ImcConfClientThread realloc memory failed\n";
     // A length that wraps 64 bits, and one larger than any block.
     for (uint64_t n : {UINT64_MAX, UINT64_MAX - 15, uint64_t{1} << 40}) {
         SCOPED_TRACE(n);
-        ovtest::StdoutCapture capture;
+        StdoutCapture capture;
         EXPECT_FALSE(OV_FlexMsgDataMaybePull(msg_, n));
         EXPECT_EQ(OV_ImcSafeSetRequestPayload(msg_, &byte, n), -12);
-        EXPECT_EQ(capture.Take(), std::string(ovtest::kFixedStamp) +
-                                      "<Error>_OV_ImcConfClientThread realloc memory failed\n" +
-                                      ovtest::kFixedStamp +
-                                      "<Error>_OV_ImcConfClientThread realloc memory failed\n");
+        EXPECT_EQ(capture.Take(), line + line);
         EXPECT_EQ(msg_->capacity, 4096u);
         EXPECT_EQ(msg_->data, data);
         EXPECT_EQ(Data(), before);
@@ -87,7 +67,7 @@ TEST_F(FlexMsgTest, ImpossibleGrowthFailsAndLeavesTheMessageAlone) {
 }
 
 TEST_F(FlexMsgTest, StatusIsSigned32BitsAtOffsetZero) {
-    Bytes reply = ovtest::ReplyHeader(-119, 0);
+    Bytes reply = ReplyHeader(-119, 0);
     ASSERT_EQ(OV_FlexMsgAppend(msg_, reply.data(), reply.size()), 0);
     EXPECT_EQ(OV_ImcMsgStatus(msg_), -119);
     OV_FlexMsgReset(msg_);
@@ -96,13 +76,13 @@ TEST_F(FlexMsgTest, StatusIsSigned32BitsAtOffsetZero) {
 }
 
 TEST(FlexMsgModule, LastStopUnregistersAndLeavesNoLeak) {
-    ovtest::StdoutCapture capture;
+    StdoutCapture capture;
     ASSERT_EQ(OV_FlexMsgModuleStart(), 0);
     ASSERT_EQ(OV_FlexMsgModuleStart(), 0);
     OV_FlexMsgModuleStop();
     FlexMsg *msg = OV_FlexMsgAlloc();
     ASSERT_NE(msg, nullptr) << "one user is left";
-    Bytes big = ovtest::Pattern(20000, 1);
+    Bytes big = Pattern(20000, 1);
     ASSERT_EQ(OV_FlexMsgAppend(msg, big.data(), big.size()), 0);
     OV_FlexMsgFree(msg);
     OV_FlexMsgFree(nullptr);
@@ -110,11 +90,10 @@ TEST(FlexMsgModule, LastStopUnregistersAndLeavesNoLeak) {
     OV_FlexMsgModuleStop(); // an extra stop is harmless
     EXPECT_EQ(OV_FlexMsgAlloc(), nullptr);
     std::string out = capture.Take();
-    EXPECT_EQ(ovtest::CountOf(out, "<Info>register memory module FlexMsg success"), 1u) << out;
-    EXPECT_EQ(ovtest::CountOf(out, "<Info>unregister memory module FlexMsg success"), 1u) << out;
-    EXPECT_EQ(ovtest::CountOf(out, "memory leak"), 0u) << out;
-    EXPECT_EQ(ovtest::CountOf(out, "<Error>_OV_ImcConfClientThread alloc memory failed"), 1u)
-        << out;
+    EXPECT_EQ(CountOf(out, "<Info>register memory module FlexMsg success"), 1u) << out;
+    EXPECT_EQ(CountOf(out, "<Info>unregister memory module FlexMsg success"), 1u) << out;
+    EXPECT_EQ(CountOf(out, "memory leak"), 0u) << out;
+    EXPECT_EQ(CountOf(out, "<Error>_OV_ImcConfClientThread alloc memory failed"), 1u) << out;
 }
 
 } // namespace

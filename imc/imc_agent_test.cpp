@@ -1,55 +1,31 @@
 // Tests of the agent's side of an exchange: request check and reply forms.
 #include "imc/imc_agent.h"
 
-#include "base/platform.h"
-#include "imc/pipe.h"
-#include "tests/support/capture.h"
-#include "tests/support/test_server.h"
-
-#include <gtest/gtest.h>
+#include "imc/channel_test_util.h"
 
 #include <cstring>
 
 namespace {
 
-using ovtest::Bytes;
-using ovtest::TestServer;
+using namespace ovtest;
 
-class ImcAgentTest : public testing::Test {
+class ImcAgentTest : public ChannelTest {
   protected:
-    void SetUp() override {
-        ovtest::UsePrivatePipeDir();
-        ASSERT_EQ(OV_FlexMsgModuleStart(), 0);
-        msg_ = OV_FlexMsgAlloc();
-        ASSERT_NE(msg_, nullptr);
-    }
-    void TearDown() override {
-        OV_ImcClose(client_);
-        OV_FlexMsgFree(msg_);
-        OV_FlexMsgModuleStop();
-    }
-
-    Bytes Data() const { return Bytes(msg_->data, msg_->data + msg_->length); }
-
-    /// Runs script on the server end while the test, as a client, writes `sent` and goes.
-    void Exchange(const Bytes &sent, ovtest::ConnScript script) {
-        std::wstring name = ovtest::UniquePipeName("agent");
-        TestServer server(name, std::move(script));
-        ASSERT_EQ(server.CreateResult(), 0);
-        ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &client_), 0);
-        FlexMsg *out = OV_FlexMsgAlloc();
-        ASSERT_EQ(OV_FlexMsgAppend(out, sent.data(), sent.size()), 0);
-        EXPECT_EQ(OV_ImcSendAll(client_, out), 0);
-        OV_FlexMsgFree(out);
-        OV_ImcClose(client_);
-        client_ = OV_INVALID_PIPE_HANDLE;
-        while (server.Served() == 0) {
-            OV_SleepMs(5);
-        }
+    /// Runs script on the server end with a fresh message while the test, as
+    /// a client, writes `sent` and goes.
+    void Exchange(const Bytes &sent, std::function<void(OV_PipeConn *, FlexMsg *)> script) {
+        std::wstring name = UniquePipeName("agent");
+        TestServer server(name, [&](TestServer &, OV_PipeConn *conn, int) {
+            FlexMsg *msg = OV_FlexMsgAlloc();
+            script(conn, msg);
+            OV_FlexMsgFree(msg);
+        });
+        ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &handle_), 0);
+        EXPECT_EQ(Send(handle_, sent), 0);
+        OV_ImcClose(handle_);
+        handle_ = OV_INVALID_PIPE_HANDLE;
+        WaitServed(server);
     } // the server's script has finished when this returns
-
-    FlexMsg *msg_ = nullptr;
-    OV_PipeHandle client_ = OV_INVALID_PIPE_HANDLE;
 };
 
 TEST_F(ImcAgentTest, HeaderCheckAcceptsModulesBelow25) {
@@ -63,20 +39,16 @@ TEST_F(ImcAgentTest, HeaderCheckAcceptsModulesBelow25) {
 }
 
 TEST_F(ImcAgentTest, ReceivesBackToBackRequestsExactly) {
-    const Bytes first = ovtest::Concat(ovtest::RequestHeader(10, 1, 5), ovtest::Pattern(5, 1));
-    const Bytes second = ovtest::RequestHeader(24, 0x300, 0);
+    const Bytes first = Concat(RequestHeader(10, 1, 5), Pattern(5, 1));
+    const Bytes second = RequestHeader(24, 0x300, 0);
     std::vector<Bytes> got;
-    Exchange(ovtest::Concat(first, second), [&](TestServer &, OV_PipeConn *conn, int) {
-        FlexMsg *msg = OV_FlexMsgAlloc();
+    Exchange(Concat(first, second), [&](OV_PipeConn *conn, FlexMsg *msg) {
         for (int i = 0; i < 2; ++i) {
             ASSERT_EQ(OV_ImcAgentRecvRequest(conn, msg, 1000), 0);
             got.emplace_back(msg->data, msg->data + msg->length);
         }
-        OV_FlexMsgFree(msg);
     });
-    ASSERT_EQ(got.size(), 2u);
-    EXPECT_EQ(got[0], first);
-    EXPECT_EQ(got[1], second);
+    EXPECT_EQ(got, (std::vector<Bytes>{first, second}));
 }
 
 TEST_F(ImcAgentTest, RefusedOrCutRequestsLeaveTheMessageEmpty) {
@@ -86,21 +58,19 @@ TEST_F(ImcAgentTest, RefusedOrCutRequestsLeaveTheMessageEmpty) {
         const char *line;
     };
     const Case cases[] = {
-        {ovtest::Concat(ovtest::RequestHeader(25, 1, 2), {1, 2}), -22,
+        {Concat(RequestHeader(25, 1, 2), {1, 2}), -22,
          "Check request header failed, the configurations is invaild"},
-        {ovtest::RequestHeader(3, 1, UINT64_MAX), -12, "Failed to call OV_FlexMsgDataMaybePull"},
+        {RequestHeader(3, 1, UINT64_MAX), -12, "Failed to call OV_FlexMsgDataMaybePull"},
         {Bytes(5, 3), -32, nullptr}, // cut in the header
-        {ovtest::Concat(ovtest::RequestHeader(3, 1, 5), {1, 2}), -32, nullptr},
+        {Concat(RequestHeader(3, 1, 5), {1, 2}), -32, nullptr},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(&c - cases);
         int32_t rc = 0;
-        ovtest::StdoutCapture capture;
-        Exchange(c.sent, [&](TestServer &, OV_PipeConn *conn, int) {
-            FlexMsg *msg = OV_FlexMsgAlloc();
+        StdoutCapture capture;
+        Exchange(c.sent, [&](OV_PipeConn *conn, FlexMsg *msg) {
             rc = OV_ImcAgentRecvRequest(conn, msg, 1000);
             EXPECT_EQ(msg->length, 0u);
-            OV_FlexMsgFree(msg);
         });
         EXPECT_EQ(rc, c.rc);
         std::string out = capture.Take();
@@ -111,9 +81,9 @@ TEST_F(ImcAgentTest, RefusedOrCutRequestsLeaveTheMessageEmpty) {
 }
 
 TEST_F(ImcAgentTest, IdleWaitConsumesNothing) {
-    const Bytes request = ovtest::RequestHeader(8, 2, 0);
+    const Bytes request = RequestHeader(8, 2, 0);
     Bytes got;
-    std::wstring name = ovtest::UniquePipeName("idle");
+    std::wstring name = UniquePipeName("idle");
     TestServer server(name, [&](TestServer &, OV_PipeConn *conn, int) {
         FlexMsg *msg = OV_FlexMsgAlloc();
         EXPECT_EQ(OV_ImcAgentRecvRequest(conn, msg, 50), -138);
@@ -121,24 +91,23 @@ TEST_F(ImcAgentTest, IdleWaitConsumesNothing) {
         got.assign(msg->data, msg->data + msg->length);
         OV_FlexMsgFree(msg);
     });
-    ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &client_), 0);
+    ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &handle_), 0);
     OV_SleepMs(300);
-    ASSERT_EQ(OV_FlexMsgAppend(msg_, request.data(), request.size()), 0);
-    ASSERT_EQ(OV_ImcSendAll(client_, msg_), 0);
+    ASSERT_EQ(Send(handle_, request), 0);
     OV_FlexMsgReset(msg_);
-    EXPECT_EQ(OV_ImcRecvAll(client_, msg_, 1, 1), -32) << "the server closed after one request";
+    EXPECT_EQ(OV_ImcRecvAll(handle_, msg_, 1, 1), -32) << "the server closed after one request";
     EXPECT_EQ(got, request);
 }
 
 TEST_F(ImcAgentTest, RepliesCarryStatusLengthAndZeroReservedBytes) {
     std::memset(msg_->data, 0xAA, 64);
     OV_ImcAgentSetStatusReply(msg_, -40);
-    EXPECT_EQ(Data(), ovtest::ReplyHeader(-40, 0));
+    EXPECT_EQ(Data(), ReplyHeader(-40, 0));
 
     std::memset(msg_->data, 0xAA, 64);
-    const Bytes data = ovtest::Pattern(24, 5);
+    const Bytes data = Pattern(24, 5);
     ASSERT_EQ(OV_ImcAgentSetDataReply(msg_, 0, data.data(), data.size()), 0);
-    EXPECT_EQ(Data(), ovtest::Concat(ovtest::ReplyHeader(0, 24), data));
+    EXPECT_EQ(Data(), Concat(ReplyHeader(0, 24), data));
 }
 
 } // namespace

@@ -1,13 +1,8 @@
 // Tests of what only the POSIX build has: pipe names mapped to socket files,
 // and the files' life cycle.
-#include "imc/pipe.h"
 #include "imc/pipe_server.h"
 
-#include "base/platform.h"
-#include "tests/support/capture.h"
-#include "tests/support/test_server.h"
-
-#include <gtest/gtest.h>
+#include "imc/channel_test_util.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -23,17 +18,15 @@
 
 namespace {
 
+using namespace ovtest;
+
 // Sets OV_PIPE_DIR for one test and restores the private directory after it.
 class PipeDir {
   public:
     explicit PipeDir(const char *dir) {
-        ovtest::UsePrivatePipeDir();
+        UsePrivatePipeDir();
         saved_ = std::getenv("OV_PIPE_DIR");
-        if (dir == nullptr) {
-            unsetenv("OV_PIPE_DIR");
-        } else {
-            setenv("OV_PIPE_DIR", dir, 1);
-        }
+        dir == nullptr ? unsetenv("OV_PIPE_DIR") : setenv("OV_PIPE_DIR", dir, 1);
     }
     ~PipeDir() { setenv("OV_PIPE_DIR", saved_.c_str(), 1); }
 
@@ -70,7 +63,7 @@ class ImcPipePosixTest : public testing::Test {
   protected:
     void SetUp() override {
         ovtest::UsePrivatePipeDir();
-        name_ = ovtest::UniquePipeName("file");
+        name_ = UniquePipeName("file");
         char path[108];
         ASSERT_EQ(OV_ImcPipePath(name_.c_str(), path, sizeof path), 0);
         path_ = path;
@@ -93,10 +86,9 @@ class ImcPipePosixTest : public testing::Test {
 TEST_F(ImcPipePosixTest, StaleSocketIsNoServerAndIsReplaced) {
     MakeStaleSocket();
     OV_PipeHandle h = OV_INVALID_PIPE_HANDLE;
-    ovtest::StdoutCapture capture;
+    StdoutCapture capture;
     EXPECT_EQ(OV_ImcConnect(name_.c_str(), 0, &h), -2);
-    EXPECT_TRUE(ovtest::HasLogLine(capture.Take(), "<Error>", "OV_ImcConnect",
-                                   "Fail to connect pipe! error code=2"));
+    ExpectLine(capture.Take(), "<Error>", "OV_ImcConnect", "Fail to connect pipe! error code=2");
     OV_PipeServer *server = nullptr;
     ASSERT_EQ(OV_PipeServerCreate(name_.c_str(), 3, &server), 0);
     EXPECT_EQ(OV_ImcConnect(name_.c_str(), 0, &h), 0);
@@ -109,17 +101,17 @@ TEST_F(ImcPipePosixTest, LeavesAFileThatIsNoSocketAlone) {
     ASSERT_NE(f, nullptr);
     std::fclose(f);
     OV_PipeServer *server = nullptr;
-    ovtest::StdoutCapture capture;
+    StdoutCapture capture;
     EXPECT_EQ(OV_PipeServerCreate(name_.c_str(), 3, &server), -17);
-    EXPECT_TRUE(ovtest::HasLogLine(capture.Take(), "<Error>", "OV_PipeServerCreate",
-                                   "Pipe " + path_ + " is already owned by another server"));
+    ExpectLine(capture.Take(), "<Error>", "OV_PipeServerCreate",
+               "Pipe " + path_ + " is already owned by another server");
     EXPECT_EQ(access(path_.c_str(), F_OK), 0);
     unlink(path_.c_str());
 }
 
 TEST_F(ImcPipePosixTest, SocketFileIsPrivateAndRemovedOnDestroy) {
     std::string dir = path_.substr(0, path_.rfind('/')) + "/sub";
-    setenv("OV_PIPE_DIR", dir.c_str(), 1);
+    PipeDir sub(dir.c_str());
     char path[108];
     ASSERT_EQ(OV_ImcPipePath(name_.c_str(), path, sizeof path), 0);
     OV_PipeServer *server = nullptr;
@@ -133,7 +125,6 @@ TEST_F(ImcPipePosixTest, SocketFileIsPrivateAndRemovedOnDestroy) {
     OV_PipeServerDestroy(server);
     EXPECT_NE(stat(path, &st), 0);
     rmdir(dir.c_str());
-    setenv("OV_PIPE_DIR", path_.substr(0, path_.rfind('/')).c_str(), 1);
 }
 
 // One instance, one client queued: an accept that fails for want of a

@@ -2,14 +2,10 @@
 // clients, time-outs and shutdown.
 #include "imc/pipe_server.h"
 
-#include "base/platform.h"
-#include "imc/pipe.h"
-#include "tests/support/capture.h"
-#include "tests/support/test_server.h"
-
-#include <gtest/gtest.h>
+#include "imc/channel_test_util.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstring>
 #include <string>
@@ -17,20 +13,12 @@
 
 namespace {
 
-using ovtest::Bytes;
-using ovtest::TestServer;
+using namespace ovtest;
 
-class PipeServerTest : public testing::Test {
-  protected:
-    void SetUp() override {
-        ovtest::UsePrivatePipeDir();
-        ASSERT_EQ(OV_FlexMsgModuleStart(), 0);
-    }
-    void TearDown() override { OV_FlexMsgModuleStop(); }
-};
+using PipeServerTest = ChannelTest;
 
 TEST_F(PipeServerTest, BadArgumentsAndASecondServerForTheSameNameAreRefused) {
-    std::wstring name = ovtest::UniquePipeName("owned");
+    std::wstring name = UniquePipeName("owned");
     OV_PipeServer *second = nullptr;
     EXPECT_EQ(OV_PipeServerCreate(name.c_str(), 0, &second), -22);
     EXPECT_EQ(OV_PipeServerCreate(name.c_str(), OV_PIPE_SERVER_MAX_INSTANCES + 1, &second), -22);
@@ -38,10 +26,10 @@ TEST_F(PipeServerTest, BadArgumentsAndASecondServerForTheSameNameAreRefused) {
     EXPECT_EQ(second, nullptr);
     OV_PipeServer *first = nullptr;
     ASSERT_EQ(OV_PipeServerCreate(name.c_str(), 3, &first), 0);
-    ovtest::StdoutCapture capture;
+    StdoutCapture capture;
     EXPECT_EQ(OV_PipeServerCreate(name.c_str(), 3, &second), -17);
     std::string out = capture.Take();
-    EXPECT_EQ(ovtest::CountOf(out, "is already owned by another server\n"), 1u) << out;
+    EXPECT_EQ(CountOf(out, "is already owned by another server\n"), 1u) << out;
     OV_PipeServerDestroy(first);
     ASSERT_EQ(OV_PipeServerCreate(name.c_str(), 3, &second), 0) << "the name is free again";
     OV_PipeServerDestroy(second);
@@ -50,7 +38,7 @@ TEST_F(PipeServerTest, BadArgumentsAndASecondServerForTheSameNameAreRefused) {
 TEST_F(PipeServerTest, ServesThreeClientsAtOnce) {
     std::atomic<int> inside{0};
     std::atomic<int> most{0};
-    std::wstring name = ovtest::UniquePipeName("three");
+    std::wstring name = UniquePipeName("three");
     TestServer server(
         name,
         [&](TestServer &s, OV_PipeConn *conn, int) {
@@ -68,37 +56,29 @@ TEST_F(PipeServerTest, ServesThreeClientsAtOnce) {
             --inside;
         },
         3, 3);
-    ASSERT_EQ(server.CreateResult(), 0);
     auto client = [&name](int32_t *rc) {
         OV_PipeHandle h = OV_INVALID_PIPE_HANDLE;
-        *rc = OV_ImcConnect(name.c_str(), 0, &h);
         FlexMsg *msg = OV_FlexMsgAlloc();
         OV_ImcMsgFillHeader(msg, 1, 1);
-        if (*rc == 0) {
-            *rc = OV_ImcSendAll(h, msg);
-        }
-        if (*rc == 0) {
-            OV_FlexMsgReset(msg);
-            *rc = OV_ImcRecvAll(h, msg, 17, 1);
-        }
+        *rc = OV_ImcConnect(name.c_str(), 0, &h);
+        *rc = *rc != 0 ? *rc : OV_ImcSendAll(h, msg);
+        OV_FlexMsgReset(msg);
+        *rc = *rc != 0 ? *rc : OV_ImcRecvAll(h, msg, 17, 1);
         OV_FlexMsgFree(msg);
         OV_ImcClose(h);
     };
-    int32_t rcs[3] = {1, 1, 1};
+    std::array<int32_t, 3> rcs{1, 1, 1};
     std::thread a(client, &rcs[0]);
     std::thread b(client, &rcs[1]);
-    std::thread c(client, &rcs[2]);
+    client(&rcs[2]);
     a.join();
     b.join();
-    c.join();
-    EXPECT_EQ(rcs[0], 0);
-    EXPECT_EQ(rcs[1], 0);
-    EXPECT_EQ(rcs[2], 0);
+    EXPECT_EQ(rcs, (std::array<int32_t, 3>{}));
     EXPECT_EQ(most.load(), 3);
 }
 
 TEST_F(PipeServerTest, AcceptTimesOutAndShutdownWakesIt) {
-    std::wstring name = ovtest::UniquePipeName("wake");
+    std::wstring name = UniquePipeName("wake");
     OV_PipeServer *server = nullptr;
     ASSERT_EQ(OV_PipeServerCreate(name.c_str(), 3, &server), 0);
     OV_PipeConn *conn = nullptr;
@@ -124,35 +104,29 @@ TEST_F(PipeServerTest, ClientOfAnInstanceListenedOnAnEndedThreadIsServed) {
     // Closed on a thread that then ends (as agentsim's connection threads
     // do), whose pending I/O Windows cancels: the client that connects next
     // must still be accepted, not dropped.
-    std::wstring name = ovtest::UniquePipeName("handover");
+    std::wstring name = UniquePipeName("handover");
     OV_PipeServer *server = nullptr;
     ASSERT_EQ(OV_PipeServerCreate(name.c_str(), 1, &server), 0);
-    OV_PipeHandle first = OV_INVALID_PIPE_HANDLE;
-    ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &first), 0);
+    ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &handle_), 0);
     OV_PipeConn *conn = nullptr;
     ASSERT_EQ(OV_PipeServerAccept(server, 5000, &conn), 0);
     std::thread([conn] { OV_PipeConnClose(conn); }).join();
-    OV_ImcClose(first);
+    OV_ImcClose(handle_);
 
-    OV_PipeHandle second = OV_INVALID_PIPE_HANDLE;
-    ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &second), 0);
+    ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &handle_), 0);
     ASSERT_EQ(OV_PipeServerAccept(server, 5000, &conn), 0);
-    FlexMsg *msg = OV_FlexMsgAlloc();
-    ASSERT_EQ(OV_FlexMsgAppend(msg, "abc", 3), 0);
-    EXPECT_EQ(OV_ImcSendAll(second, msg), 0);
-    OV_FlexMsgFree(msg);
-    uint8_t buf[3] = {};
-    EXPECT_EQ(OV_PipeConnRead(conn, buf, sizeof buf, 3000, nullptr), 0);
-    EXPECT_EQ(std::string(buf, buf + 3), "abc");
+    EXPECT_EQ(Send(handle_, {'a', 'b', 'c'}), 0);
+    char buf[4] = {};
+    EXPECT_EQ(OV_PipeConnRead(conn, buf, 3, 3000, nullptr), 0);
+    EXPECT_STREQ(buf, "abc");
     OV_PipeConnClose(conn);
-    OV_ImcClose(second);
     OV_PipeServerDestroy(server);
 }
 
 TEST_F(PipeServerTest, ReadsResumeAfterAPauseAndReportTheClientLeavingAndTimeOuts) {
-    std::wstring name = ovtest::UniquePipeName("gone");
-    int32_t rcs[3] = {};
-    size_t got[2] = {99, 99};
+    std::wstring name = UniquePipeName("gone");
+    std::array<int32_t, 3> rcs{};
+    std::array<size_t, 2> got{99, 99};
     uint8_t buf[16] = {};
     {
         TestServer server(name, [&](TestServer &, OV_PipeConn *conn, int) {
@@ -160,27 +134,18 @@ TEST_F(PipeServerTest, ReadsResumeAfterAPauseAndReportTheClientLeavingAndTimeOut
             rcs[1] = OV_PipeConnRead(conn, buf, 8, 3000, &got[0]);
             rcs[2] = OV_PipeConnRead(conn, buf + 8, 8, 3000, &got[1]);
         });
-        OV_PipeHandle h = OV_INVALID_PIPE_HANDLE;
-        ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &h), 0);
+        ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &handle_), 0);
         OV_SleepMs(200);
-        FlexMsg *msg = OV_FlexMsgAlloc();
         for (const char *part : {"abc", "defghijk"}) {
-            OV_FlexMsgReset(msg);
-            ASSERT_EQ(OV_FlexMsgAppend(msg, part, std::strlen(part)), 0);
-            EXPECT_EQ(OV_ImcSendAll(h, msg), 0);
+            EXPECT_EQ(Send(handle_, Bytes(part, part + std::strlen(part))), 0);
             OV_SleepMs(100);
         }
-        OV_FlexMsgFree(msg);
-        OV_ImcClose(h);
-        while (server.Served() == 0) {
-            OV_SleepMs(5);
-        }
+        OV_ImcClose(handle_);
+        handle_ = OV_INVALID_PIPE_HANDLE;
+        WaitServed(server);
     }
-    EXPECT_EQ(rcs[0], -138);
-    EXPECT_EQ(rcs[1], 0);
-    EXPECT_EQ(rcs[2], -32);
-    EXPECT_EQ(got[0], 8u);
-    EXPECT_EQ(got[1], 3u);
+    EXPECT_EQ(rcs, (std::array<int32_t, 3>{-138, 0, -32}));
+    EXPECT_EQ(got, (std::array<size_t, 2>{8, 3}));
     EXPECT_EQ(std::string(buf, buf + 16), std::string("abcdefghijk") + std::string(5, '\0'));
 }
 
