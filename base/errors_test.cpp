@@ -31,10 +31,12 @@ TEST(ErrorMapping, PosixErrnoGivesTheSameNumbersAsWindows) {
         int err;
         int32_t expected;
     };
+    // EMFILE and ENFILE: Windows has one code for both tables being full.
     const Case cases[] = {{0, 0},        {ENOENT, -2},      {ECONNREFUSED, -2},
                           {EPIPE, -32},  {ECONNRESET, -32}, {ETIMEDOUT, -254},
                           {EACCES, -1},  {EPERM, -1},       {ENOMEM, -12},
-                          {EAGAIN, -11}, {EINVAL, -22},     {-7, -7}};
+                          {EAGAIN, -11}, {EINVAL, -22},     {-7, -7},
+                          {EMFILE, -24}, {ENFILE, -24}};
     for (const Case &c : cases) {
         EXPECT_EQ(OV_PosixErrToErrno(c.err), c.expected) << "errno " << c.err;
     }

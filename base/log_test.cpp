@@ -66,6 +66,7 @@ TEST(LogFile, RefusesBadArgumentsClosedSlotsAndASixtyFifthFile) {
         OV_LogFileClose(slot);
     }
     EXPECT_EQ(OV_LogFileSetBackups(idx, 2), -22);
+    EXPECT_EQ(OV_LogFileSetRotate(idx, 1), -22);
     EXPECT_NE(ReadWholeFile(path).find("log start...\n\n"), std::string::npos);
 }
 
@@ -120,7 +121,9 @@ void Archive(const char *src, const char *dst) {
 TEST(LogFile, ArchiveCallbackNamesBackupsWithSuffix) {
     ovtest::ScopedTempDir dir{"log"};
     std::string path = dir.File("ov_log_archive.log");
-    int32_t idx = OV_LogDefaultFileOpenEx(path.c_str(), static_cast<uint32_t>(path.size()), 64, 2);
+    std::ofstream(path + ".0.gz") << "old";
+    // One backup: the old one is replaced, not shifted to ".1.gz".
+    int32_t idx = OV_LogDefaultFileOpenEx(path.c_str(), static_cast<uint32_t>(path.size()), 64, 1);
     ASSERT_GE(idx, 0);
     ASSERT_EQ(OV_LogFileSetArchive(idx, Archive, "gz"), 0);
     g_archived.clear();
@@ -130,6 +133,7 @@ TEST(LogFile, ArchiveCallbackNamesBackupsWithSuffix) {
     EXPECT_EQ(g_archived[0].first, path);
     EXPECT_EQ(g_archived[0].second, path + ".0.gz");
     EXPECT_TRUE(std::filesystem::exists(path + ".0.gz"));
+    EXPECT_FALSE(std::filesystem::exists(path + ".1.gz"));
 }
 
 const char *TestPrefix(uint32_t level) {
@@ -210,12 +214,15 @@ TEST_F(LogModuleTest, FinishedAndLongMessagesKeepTheirShapeOnEveryOutput) {
     OV_LogModuleMsg(kId, OV_LOG_ERROR, false, "_OV_Fn", 2, "%s", none);
     OV_LogModuleMsg(kId, OV_LOG_ERROR, false, "_OV_Fn", 3, "\n");
     OV_LogModuleMsg(kId, OV_LOG_ERROR, false, "_OV_Fn", 4, "json = %s \n", big.c_str());
+    std::string fn(1000, 'f'); // a head longer than the line buffer
+    OV_LogModuleMsg(kId, OV_LOG_ERROR, false, fn.c_str(), 5, "%s\n", big.c_str());
     auto lines = ovtest::Lines(cap.Take());
-    ASSERT_EQ(lines.size(), 4u);
+    ASSERT_EQ(lines.size(), 5u);
     const std::string head = std::string(kFixedStamp) + "<Error:modt>[_OV_Fn:";
     EXPECT_EQ(lines[1], head + "1] finished");
     EXPECT_EQ(lines[2], head + "2] (null)" + head + "3] "); // printf's text for a null %s
     EXPECT_EQ(lines[3], head + "4] json = " + big + " ");
+    EXPECT_EQ(lines[4], std::string(kFixedStamp) + "<Error:modt>[" + fn + ":5] " + big);
 
     g_captured.clear();
     ASSERT_EQ(OV_LogModuleSetOutput(kId, CaptureOutput, TestPrefix), 0);

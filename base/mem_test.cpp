@@ -67,8 +67,10 @@ TEST(MemModule, BlockCarriesGuardsAndMovesCountersUpAndDown) {
 
     p = static_cast<unsigned char *>(MemModuleRealloc(m.index(), p, 40));
     ASSERT_NE(p, nullptr);
+    std::memset(q, 0x5A, 100);
     q = VmemModuleRealloc(m.index(), q, 8);
     ASSERT_NE(q, nullptr);
+    EXPECT_EQ(Word(q, 4), 0x5A5A5A5Au); // the kept bytes moved with it
     EXPECT_EQ(Counters(m.index()), (std::vector<int64_t>{1, 56, 1, 24}));
 
     // A new size of 0 frees the block.
