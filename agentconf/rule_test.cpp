@@ -49,11 +49,7 @@ RuleConv::Expected Base() {
 }
 
 TEST_F(RuleConv, EachFormGivesItsBytes) {
-    struct Case {
-        std::string text;
-        Expected want;
-    };
-    const Case cases[] = {
+    const Form cases[] = {
         // Bit 5 is shared by L2Flag and L3Flag; the later key wins.
         {Rule("", "{}", R"(, "L2Flag": true, "L3Flag": false)"), Base()},
         {Rule("", "{}", R"(, "L2Flag": true)"), Base().U16(4, 0x0020)},
@@ -97,11 +93,7 @@ TEST_F(RuleConv, EachFormGivesItsBytes) {
             "RevOutForceFlag": true, "SetVpnId": 5, "SetPolicyId": 6, "SetDscpValue": 7})"),
          Base().Bytes(kAct, {0xD0, 0x01, 0, 0, 7}).U32(kAct + 12, 5).U32(kAct + 16, 6)},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.text);
-        ASSERT_EQ(Convert(c.text), 0) << log;
-        EXPECT_TRUE(Same(c.want));
-    }
+    ExpectForms(cases);
     EXPECT_EQ(log.find("not set Set"), std::string::npos) << log; // the last row has them all
 }
 
@@ -253,9 +245,7 @@ TEST_F(RuleConv, MessagesNameWhatWasMissingOrRefused) {
             EXPECT_TRUE(Logged("Error", kRuleFn, "Rule json to conf for base param failed"));
         }
         if (c.rc != 0 && c.text != "{") {
-            EXPECT_TRUE(Logged("Error", "OV_AgentRuleJsonStrToConf",
-                               std::string("Json to data struct failed(") + std::to_string(-c.rc) +
-                                   ":" + (c.rc == -22 ? "Invalid argument)" : "value too large)")));
+            EXPECT_TRUE(Logged("Error", "OV_AgentRuleJsonStrToConf", ovtest::FailedLine(c.rc)));
         }
     }
 }

@@ -187,9 +187,7 @@ TEST_F(ShaperTest, MessagesNameWhatWasMissingOrRefused) {
         EXPECT_TRUE(Logged(c.level, "_OV_AgentShaperJsonToConf", c.message)) << log;
         if (c.rc != 0) {
             EXPECT_EQ(ovtest::CountOf(log, "<Error:"), 2u) << log; // its own and the entry's
-            EXPECT_TRUE(Logged("Error", "OV_AgentShaperJsonStrToConf",
-                               "Json to data struct failed(" + std::to_string(-c.rc) + ":" +
-                                   OV_StrError(-c.rc) + ")"));
+            EXPECT_TRUE(Logged("Error", "OV_AgentShaperJsonStrToConf", ovtest::FailedLine(c.rc)));
         }
     }
     for (const char *text : {"", "{", "shaperId=1"}) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "agentconf/json_conv.h"
+#include "base/errors.h"
 #include "tests/support/capture.h"
 #include "tests/support/record_bytes.h"
 
@@ -11,9 +12,36 @@
 
 #include <cstring>
 #include <memory>
+#include <span>
+#include <sstream>
 #include <string>
 
 namespace ovtest {
+
+/// The line a converter's entry logs when the conversion fails with rc.
+inline std::string FailedLine(int32_t rc) {
+    return "Json to data struct failed(" + std::to_string(-rc) + ":" + OV_StrError(-rc) + ")";
+}
+
+/// Checks that `log` holds one Debug notice from `func` per key (the keys
+/// blank-separated), "<what> not set <key><end>", in the keys' order and no
+/// other; gives the JSON members (", \"key\": 1") that silence them all.
+inline std::string NoticesInOrder(const std::string &log, const char *func, const std::string &what,
+                                  const std::string &keys, const char *end = "!") {
+    size_t last = 0;
+    size_t count = 0;
+    std::string every;
+    std::istringstream in(keys);
+    for (std::string key; in >> key; ++count) {
+        every += ", \"" + key + "\": 1";
+        size_t at = log.find("] " + what + " not set " + key + end + "\n", last);
+        EXPECT_NE(at, std::string::npos) << key << "\n" << log;
+        last = at == std::string::npos ? last : at;
+    }
+    EXPECT_EQ(CountOf(log, " not set "), count) << log;
+    EXPECT_EQ(CountOf(log, std::string("<Debug:AGENTCONF>[") + func + ":"), count) << log;
+    return every;
+}
 
 class ConverterTest : public testing::Test {
   protected:
@@ -44,6 +72,19 @@ class RecordConverterTest : public ConverterTest {
     }
 
     testing::AssertionResult Same(const Expected &want) const { return SameRecord(*conf, want); }
+
+    /// A JSON text and the whole record it converts to.
+    struct Form {
+        std::string json;
+        Expected want;
+    };
+    void ExpectForms(std::span<const Form> forms) {
+        for (const Form &f : forms) {
+            SCOPED_TRACE(f.json);
+            ASSERT_EQ(Convert(f.json), 0) << log;
+            EXPECT_TRUE(Same(f.want));
+        }
+    }
 
     /// Whether a logged line is a `level` line of the converters' module from
     /// `func` that ends with "] " and text.
