@@ -45,12 +45,7 @@ TEST_F(ConnConv, EveryMissingExpectedKeyIsANoticeInReadingOrder) {
 }
 
 TEST_F(ConnConv, RefusalsEndWithTheirCodeAndMessage) {
-    struct Case {
-        std::string text;
-        int32_t rc;
-        const char *message;
-    };
-    const Case cases[] = {
+    const Message cases[] = {
         {R"({"Label": 2147483647, "Vni": 0, "NetId": 0})", -132, "Get Connection Label failed"},
         {R"({"Label": 1, "NetId": 0})", -22, "Get Connection Vni failed"},
         {R"({"Label": 1, "Vni": 0, "NetId": "x"})", -22, "Get Connection NetId failed"},
@@ -72,12 +67,7 @@ TEST_F(ConnConv, RefusalsEndWithTheirCodeAndMessage) {
          "empty [1] item for ratelimitOutbound"},
         {Minimal(R"(, "RatelimitOutbound": [-2])"), -22, "path item is invalid"},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.text);
-        EXPECT_EQ(Convert(c.text), c.rc);
-        EXPECT_TRUE(Logged("Error", kBase, c.message)) << log;
-        EXPECT_TRUE(Logged("Error", "OV_AgentConnJsonStrToConf", ovtest::FailedLine(c.rc)));
-    }
+    ExpectMessages(kBase, "OV_AgentConnJsonStrToConf", cases);
     EXPECT_TRUE(Logged("Error", "_OV_AgentConnJsonToConf",
                        "Connection json to conf for base param failed"));
     EXPECT_EQ(Convert("{"), -22);

@@ -33,12 +33,7 @@ TEST_F(LinkIpConv, EachFormGivesItsBytes) {
 }
 
 TEST_F(LinkIpConv, MessagesNameWhatWasMissingOrRefused) {
-    struct Case {
-        const char *json;
-        int32_t rc;
-        const char *message;
-    };
-    const Case cases[] = {
+    const Message cases[] = {
         {R"({"SiteIpId": 1, "SiteId": 2})", -22, "Lack of Type"},
         {R"({"Type": 256, "SiteIpId": 1, "SiteId": 2})", -132, "Lack of Type"},
         {R"({"Type": -1, "SiteIpId": 1, "SiteId": 2})", -132, "Lack of Type"},
@@ -53,12 +48,7 @@ TEST_F(LinkIpConv, MessagesNameWhatWasMissingOrRefused) {
         // Only an error line: the record still converts.
         {R"({"Type": 1, "SiteIpId": 3, "SiteId": 9})", 0, "Lack of CustomerId"},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.json);
-        EXPECT_EQ(Convert(c.json), c.rc);
-        EXPECT_TRUE(Logged("Error", "_OV_AgentLinkIpJsonToConf", c.message)) << log;
-        EXPECT_EQ(ovtest::CountOf(log, "Json to data struct failed"), c.rc == 0 ? 0u : 1u) << log;
-    }
+    ExpectMessages("_OV_AgentLinkIpJsonToConf", "OV_AgentLinkIpJsonStrToConf", cases);
     EXPECT_EQ(Convert("["), -22);
     EXPECT_TRUE(Logged("Info", "OV_AgentLinkIpJsonStrToConf", "agent link ip conf json = [ "));
     EXPECT_TRUE(Logged("Error", "OV_AgentLinkIpJsonStrToConf", "invalid link ip string, not json"));
@@ -93,30 +83,17 @@ TEST_F(LinkConv, MinimalLinkConvertsAfterANoticePerMissingKeyInReadingOrder) {
 }
 
 TEST_F(LinkConv, MessagesNameWhatWasMissingOrRefused) {
-    struct Case {
-        const char *json;
-        int32_t rc;
-        const char *func;
-        const char *message;
+    const Message cases[] = {
+        {R"({"LinkId": 2})", -22, "Lack of NetId"},
+        {R"({"NetId": 2147483647, "LinkId": 2})", -132, "Lack of NetId"},
+        {R"({"NetId": 1})", -22, "Lack of LinkId"},
+        {R"({"NetId": 1, "LinkId": -2147483648})", -132, "Lack of LinkId"},
     };
-    const Case cases[] = {
-        {R"({"LinkId": 2})", -22, "_OV_AgentLinkJsonToConf", "Lack of NetId"},
-        {R"({"NetId": 2147483647, "LinkId": 2})", -132, "_OV_AgentLinkJsonToConf", "Lack of NetId"},
-        {R"({"NetId": 1})", -22, "_OV_AgentLinkJsonToConf", "Lack of LinkId"},
-        {R"({"NetId": 1, "LinkId": -2147483648})", -132, "_OV_AgentLinkJsonToConf",
-         "Lack of LinkId"},
-        {"not json", -22, "OV_AgentLinkJsonStrToConf", "invalid link string, not json"},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.json);
-        EXPECT_EQ(Convert(c.json), c.rc);
-        EXPECT_TRUE(Logged("Error", c.func, c.message)) << log;
-        EXPECT_EQ(log.find("not set"), std::string::npos) << log;
-    }
+    ExpectMessages("_OV_AgentLinkJsonToConf", "OV_AgentLinkJsonStrToConf", cases,
+                   [this](const Message &) { EXPECT_EQ(log.find("not set"), std::string::npos); });
+    EXPECT_EQ(Convert("not json"), -22);
+    EXPECT_TRUE(Logged("Error", "OV_AgentLinkJsonStrToConf", "invalid link string, not json"));
     EXPECT_TRUE(Logged("Info", "OV_AgentLinkJsonStrToConf", "agent link conf json = not json "));
-    EXPECT_EQ(Convert(R"({"NetId": 1})"), -22);
-    EXPECT_TRUE(Logged("Error", "OV_AgentLinkJsonStrToConf",
-                       "Json to data struct failed(22:Invalid argument)"));
 }
 
 } // namespace

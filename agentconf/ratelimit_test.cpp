@@ -45,12 +45,7 @@ TEST_F(RatelimitConv, EachFormGivesItsBytes) {
 }
 
 TEST_F(RatelimitConv, RefusalsStopBeforeTheRestIsRead) {
-    struct Case {
-        const char *json;
-        int32_t rc;
-        const char *message; // nullptr: the converter says nothing of its own
-    };
-    const Case cases[] = {
+    const Message cases[] = {
         {R"({"BucketRate": 1})", -22, "Lack of RateLimitId"},
         {R"({"RateLimitId": 4294967295, "BucketRate": 1})", -132, "Lack of RateLimitId"},
         {R"({"RateLimitId": 2147483647, "BucketRate": 1})", -132, "Lack of RateLimitId"},
@@ -66,16 +61,11 @@ TEST_F(RatelimitConv, RefusalsStopBeforeTheRestIsRead) {
         {R"({"RateLimitId": 1, "Type": 2, "PerIpBucketRate": 2147483647})", -22, nullptr},
         {R"({"RateLimitId": 1, "Type": 1, "PerIpBucketRate": "fast"})", -22, nullptr},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.json);
-        EXPECT_EQ(Convert(c.json), c.rc);
-        if (c.message != nullptr) {
-            EXPECT_TRUE(Logged("Error", kFn, c.message)) << log;
-        }
-        EXPECT_EQ(ovtest::CountOf(log, "<Error:AGENTCONF>"), c.message != nullptr ? 2u : 1u) << log;
-        EXPECT_TRUE(Logged("Error", "OV_AgentRatelimitJsonStrToConf", ovtest::FailedLine(c.rc)));
+    // Refusals without a message of their own log only the entry's line.
+    ExpectMessages(kFn, "OV_AgentRatelimitJsonStrToConf", cases, [this](const Message &c) {
+        EXPECT_EQ(ovtest::CountOf(log, "<Error:AGENTCONF>"), c.message != nullptr ? 2u : 1u);
         EXPECT_EQ(conf->flags, 0);
-    }
+    });
     // Nothing after the id is read when the id is refused.
     EXPECT_EQ(Convert(R"({"RateLimitId": "one", "BucketRate": 1})"), -22);
     EXPECT_TRUE(Same(Expected()));

@@ -128,68 +128,56 @@ TEST_F(ShaperTest, BlocksTakeTheArraySizeAndNullItemsAreNotices) {
 }
 
 TEST_F(ShaperTest, MessagesNameWhatWasMissingOrRefused) {
-    struct Case {
-        std::string text;
-        int32_t rc;
-        const char *level;
-        const char *message;
-    };
-    const Case cases[] = {
+    const Message cases[] = {
         // Required keys, in reading order.
-        {R"({"persistentFlag": true})", -22, "Error", "Lack of shaperId"},
-        {R"({"shaperId": 256})", -132, "Error", "Lack of shaperId"},
-        {R"({"shaperId": 1})", -22, "Error", "Lack of wanInKbps"},
-        {R"({"shaperId": 1, "wanInKbps": 2147483647})", -132, "Error", "Lack of wanInKbps"},
-        {R"({"shaperId": 1, "wanInKbps": 1, "wanKbps": "fast"})", -22, "Error", "Lack of wanKbps"},
-        {R"({"shaperId": 1, "wanInKbps": 1, "wanKbps": 1, "inBurstMs": 65536})", -132, "Error",
+        {R"({"persistentFlag": true})", -22, "Lack of shaperId"},
+        {R"({"shaperId": 256})", -132, "Lack of shaperId"},
+        {R"({"shaperId": 1})", -22, "Lack of wanInKbps"},
+        {R"({"shaperId": 1, "wanInKbps": 2147483647})", -132, "Lack of wanInKbps"},
+        {R"({"shaperId": 1, "wanInKbps": 1, "wanKbps": "fast"})", -22, "Lack of wanKbps"},
+        {R"({"shaperId": 1, "wanInKbps": 1, "wanKbps": 1, "inBurstMs": 65536})", -132,
          "Lack of inBurstMs"},
-        {R"({"shaperId": 1, "wanInKbps": 1, "wanKbps": 1, "inBurstMs": 1})", -22, "Error",
+        {R"({"shaperId": 1, "wanInKbps": 1, "wanKbps": 1, "inBurstMs": 1})", -22,
          "Lack of outBurstMs"},
         {R"({"shaperId": 1, "wanInKbps": 1, "wanKbps": 1, "inBurstMs": 1, "outBurstMs": 1})", -22,
-         "Error", "Lack of persistentFlag"},
-        {Shaper(R"("sharedNum": 256)"), 0, "Debug", "Lack of sharedNum, set to default value 1"},
+         "Lack of persistentFlag"},
+        {Shaper(R"("sharedNum": 256)"), 0, "Lack of sharedNum, set to default value 1", nullptr,
+         "Debug"},
         // bandDist.
-        {Shaper(R"("bandDist": [1, 2, 3, 4, 5, 6, 7])"), -22, "Error", "Band Dist num is invalid"},
-        {Shaper(R"("bandDist": [1, 2, 3, 4, 5, 6, 7, 8, 9])"), -22, "Error",
-         "Band Dist num is invalid"},
-        {Shaper(R"("bandDist": {"0": 1})"), -22, "Error", "Invalid format, bandDist is not array!"},
-        {Shaper(R"("bandDist": null)"), -22, "Error", "Invalid format, bandDist is not array!"},
-        {Shaper(R"("bandDist": [1, 2, 3, null, 5, 6, 7, 8])"), -22, "Error",
-         "empty [3] item for bandDist"},
+        {Shaper(R"("bandDist": [1, 2, 3, 4, 5, 6, 7])"), -22, "Band Dist num is invalid"},
+        {Shaper(R"("bandDist": [1, 2, 3, 4, 5, 6, 7, 8, 9])"), -22, "Band Dist num is invalid"},
+        {Shaper(R"("bandDist": {"0": 1})"), -22, "Invalid format, bandDist is not array!"},
+        {Shaper(R"("bandDist": null)"), -22, "Invalid format, bandDist is not array!"},
+        {Shaper(R"("bandDist": [1, 2, 3, null, 5, 6, 7, 8])"), -22, "empty [3] item for bandDist"},
         // The null-item test of the band-limit loops looks at the last
         // "bandDist" item: without "bandDist" any item fails (kept on purpose).
-        {Shaper(Block("bandLimit", 1, Items(1, 10))), -22, "Error", "empty [0] item for bandLimit"},
-        {Shaper(Block("guaranteeBandLimit", 1, Items(1, 10))), -22, "Error",
-         "empty [0] item for bandLimit"},
+        {Shaper(Block("bandLimit", 1, Items(1, 10))), -22, "empty [0] item for bandLimit"},
+        {Shaper(Block("guaranteeBandLimit", 1, Items(1, 10))), -22, "empty [0] item for bandLimit"},
         // Block headers and arrays.
-        {Shaper(kDist + std::string(R"("bandLimit": {"num": 1})")), -22, "Error",
-         "Lack of bandLimit"},
-        {Shaper(kDist + std::string(R"("bandLimit": {"num": 1, "bandLimit": {}})")), -22, "Error",
+        {Shaper(kDist + std::string(R"("bandLimit": {"num": 1})")), -22, "Lack of bandLimit"},
+        {Shaper(kDist + std::string(R"("bandLimit": {"num": 1, "bandLimit": {}})")), -22,
          "Invalid format, bandLimit is not array!"},
         {Shaper(kDist + std::string(R"("guaranteeBandLimit": {"num": 1, "bandLimit": 5})")), -22,
-         "Error", "Invalid format, bandLimit is not array!"},
-        {Shaper(kDist + std::string(R"("bandLimit": {"num": 1, "bandLimit": [{}]})")), 0, "Debug",
-         "Bandlimit sharePriority is not set"},
+         "Invalid format, bandLimit is not array!"},
+        {Shaper(kDist + std::string(R"("bandLimit": {"num": 1, "bandLimit": [{}]})")), 0,
+         "Bandlimit sharePriority is not set", nullptr, "Debug"},
         // Without a num the items are not read at all.
         {Shaper(kDist + std::string(R"("bandLimit": {"sharePriority": 1, "bandLimit": 5})")), 0,
-         "Debug", "Bandlimit num is not set"},
-        {Shaper(kDist + std::string(R"("bandLimit": {"num": 300, "bandLimit": 5})")), 0, "Debug",
-         "Bandlimit num is not set"},
+         "Bandlimit num is not set", nullptr, "Debug"},
+        {Shaper(kDist + std::string(R"("bandLimit": {"num": 300, "bandLimit": 5})")), 0,
+         "Bandlimit num is not set", nullptr, "Debug"},
         // The 17th item of the first block and the 9th of the second would leave the record.
-        {Shaper(kDist + Block("bandLimit", 17, Items(17, 100))), -22, "Error",
+        {Shaper(kDist + Block("bandLimit", 17, Items(17, 100))), -22,
          "Invalid format, bandLimit is not array!"},
-        {Shaper(kDist + Block("guaranteeBandLimit", 9, Items(9, 100))), -22, "Error",
+        {Shaper(kDist + Block("guaranteeBandLimit", 9, Items(9, 100))), -22,
          "Invalid format, bandLimit is not array!"},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.text);
-        EXPECT_EQ(Convert(c.text), c.rc);
-        EXPECT_TRUE(Logged(c.level, "_OV_AgentShaperJsonToConf", c.message)) << log;
-        if (c.rc != 0) {
-            EXPECT_EQ(ovtest::CountOf(log, "<Error:"), 2u) << log; // its own and the entry's
-            EXPECT_TRUE(Logged("Error", "OV_AgentShaperJsonStrToConf", ovtest::FailedLine(c.rc)));
-        }
-    }
+    ExpectMessages("_OV_AgentShaperJsonToConf", "OV_AgentShaperJsonStrToConf", cases,
+                   [this](const Message &c) {
+                       if (c.rc != 0) { // its own and the entry's
+                           EXPECT_EQ(ovtest::CountOf(log, "<Error:"), 2u) << log;
+                       }
+                   });
     for (const char *text : {"", "{", "shaperId=1"}) {
         EXPECT_EQ(Convert(text), -22);
         EXPECT_TRUE(

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <span>
 #include <sstream>
@@ -83,6 +84,35 @@ class RecordConverterTest : public ConverterTest {
             SCOPED_TRACE(f.json);
             ASSERT_EQ(Convert(f.json), 0) << log;
             EXPECT_TRUE(Same(f.want));
+        }
+    }
+
+    /// A JSON text, the code it converts with and the message it logs (none
+    /// when null) at `level` from `func` (the fixture's default when null).
+    struct Message {
+        std::string json;
+        int32_t rc;
+        const char *message;
+        const char *func = nullptr;
+        const char *level = "Error";
+    };
+    /// Each text gives its code and message; a failure also has `entry` log
+    /// the failure line, once. `more` checks what else each case leaves.
+    void ExpectMessages(const char *func, const char *entry, std::span<const Message> cases,
+                        const std::function<void(const Message &)> &more = {}) {
+        for (const Message &c : cases) {
+            SCOPED_TRACE(c.json.substr(0, 200));
+            EXPECT_EQ(Convert(c.json), c.rc);
+            if (c.message != nullptr) {
+                EXPECT_TRUE(Logged(c.level, c.func != nullptr ? c.func : func, c.message)) << log;
+            }
+            EXPECT_EQ(CountOf(log, "Json to data struct failed("), c.rc == 0 ? 0u : 1u) << log;
+            if (c.rc != 0) {
+                EXPECT_TRUE(Logged("Error", entry, FailedLine(c.rc))) << log;
+            }
+            if (more) {
+                more(c);
+            }
         }
     }
 
