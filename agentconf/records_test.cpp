@@ -105,19 +105,6 @@ void PrintTo(const KindSamples &k, std::ostream *os) {
 class RecordRoundTrip : public ovtest::ConverterTest,
                         public testing::WithParamInterface<KindSamples> {
   protected:
-    void SetUp() override {
-        ConverterTest::SetUp();
-        ovtest::StdoutCapture quiet;
-        AgentMemModuleRegister(); // the access names' entry arrays
-    }
-    void TearDown() override {
-        {
-            ovtest::StdoutCapture quiet;
-            AgentMemModuleUnregister();
-        }
-        ConverterTest::TearDown();
-    }
-
     // The record bytes as sent, or empty when the converter refuses the text.
     static std::vector<uint8_t> Convert(const OV_RecordSpec &kindInfo, const std::string &json) {
         ovtest::StdoutCapture quiet; // the converters log every step

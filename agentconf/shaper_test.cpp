@@ -49,19 +49,6 @@ std::string Block(const char *key, int num, const std::string &items) {
 class ShaperTest
     : public ovtest::RecordConverterTest<AgentShaperConf, OV_AgentShaperJsonStrToConf> {
   protected:
-    void SetUp() override {
-        RecordConverterTest::SetUp();
-        ovtest::StdoutCapture quiet;
-        AgentMemModuleRegister();
-    }
-    void TearDown() override {
-        {
-            ovtest::StdoutCapture quiet;
-            AgentMemModuleUnregister();
-        }
-        RecordConverterTest::TearDown();
-    }
-
     static Expected &PutItem(Expected &e, size_t offset, uint8_t priority, uint32_t in,
                              uint32_t out) {
         return e.Put(offset, priority).Put(offset + 4, in).Put(offset + 8, out);

@@ -1,10 +1,11 @@
-// A test of code that logs through the converters' log module: the module is
-// registered for each test (its start-up lines kept off the test's output)
-// and unregistered after it.
+// A test of code that logs through the converters' log module: the module and
+// the agent's memory module are registered for each test (their start-up lines
+// kept off the test's output) and unregistered after it.
 #pragma once
 
 #include "agentconf/json_conv.h"
 #include "base/errors.h"
+#include "base/mem.h"
 #include "tests/support/capture.h"
 #include "tests/support/record_bytes.h"
 
@@ -49,9 +50,11 @@ class ConverterTest : public testing::Test {
     void SetUp() override {
         StdoutCapture quiet;
         OV_AgentConfLogRegister();
+        AgentMemModuleRegister(); // for printed texts and access-name entries
     }
     void TearDown() override {
         StdoutCapture quiet;
+        AgentMemModuleUnregister();
         OV_AgentConfLogUnregister();
     }
 };
