@@ -144,60 +144,40 @@ TEST_F(ConnConv, EachFormGivesItsBytes) {
 }
 
 TEST_F(ConnConv, KeyTextsAreScannedPairwiseOverTwiceTheirLength) {
-    std::string hex128;
-    std::initializer_list<uint8_t> none = {};
-    for (int i = 0; i < 64; ++i) {
-        hex128 += "0123456789abcdef"[(0x80 + i) >> 4];
-        hex128 += "0123456789abcdef"[(0x80 + i) & 15];
-    }
-    struct Case {
-        uint8_t cipherLen;
-        uint8_t hmacLen;
-        std::initializer_list<uint8_t> cipher;
-        std::initializer_list<uint8_t> hmac;
-        std::string extra;
+    auto key = [](uint8_t cipherLen, uint8_t hmacLen, std::initializer_list<uint8_t> cipher,
+                  std::initializer_list<uint8_t> hmac = {}) {
+        return MinimalRec().Bytes(156, {cipherLen, hmacLen}).Bytes(194, cipher).Bytes(258, hmac);
     };
-    const Case cases[] = {
-        {0, 0, none, none, R"(, "KeyLength": 0, "InputKey": "aabb")"},
-        {3, 0, {0x0a, 0x01, 0x0b}, none, R"(, "KeyLength": 3, "InputKey": "0a 1b")"},
-        {3, 0, {0x00, 0x11}, none, R"(, "KeyLength": 3, "InputKey": "zz11")"},
-        {1,
-         0,
-         {0x01},
-         none,
-         R"(, "CipherKeyLen": 1, "KeyLength": 2, "CipherKey": "01", "InputKey": "ffff")"},
-        {2, 0, {0x01, 0x02}, none, R"(, "CipherKeyLen": 300, "KeyLength": 2, "InputKey": "0102")"},
+    std::vector<uint8_t> bytes64;
+    Expected longest = key(255, 255, {});
+    for (uint8_t i = 0; i < 64; ++i) {
+        bytes64.push_back(0x80 + i);
+        longest.U8(194 + i, 0x80 + i).U8(258 + i, 0x80 + i);
+    }
+    const std::string hex128 = ovtest::HexOf(bytes64);
+    const Form cases[] = {
+        {Minimal(R"(, "KeyLength": 0, "InputKey": "aabb")"), key(0, 0, {})},
+        {Minimal(R"(, "KeyLength": 3, "InputKey": "0a 1b")"), key(3, 0, {0x0a, 0x01, 0x0b})},
+        {Minimal(R"(, "KeyLength": 3, "InputKey": "zz11")"), key(3, 0, {0x00, 0x11})},
+        {Minimal(R"(, "CipherKeyLen": 1, "KeyLength": 2, "CipherKey": "01", "InputKey": "ffff")"),
+         key(1, 0, {0x01})},
+        {Minimal(R"(, "CipherKeyLen": 300, "KeyLength": 2, "InputKey": "0102")"),
+         key(2, 0, {0x01, 0x02})},
         // The HMAC text is shorter than twice its length: the pair that
         // starts on its NUL does not scan, the next one is the cipher's tail.
-        {10,
-         3,
-         {0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88, 0x99},
-         {0xab, 0x00, 0x22},
-         R"(, "KeyLength": 10, "CipherKey": "00112233445566778899", "HmacKeyLen": 3,)"
-         R"( "HmacKey": "ab")"},
+        {Minimal(R"(, "KeyLength": 10, "CipherKey": "00112233445566778899", "HmacKeyLen": 3,)"
+                 R"( "HmacKey": "ab")"),
+         key(10, 3, {0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88, 0x99},
+             {0xab, 0x00, 0x22})},
         // An empty HMAC text is still scanned.
-        {3,
-         2,
-         {0xa1, 0xb2, 0xc3},
-         {0x00, 0xb2},
-         R"(, "KeyLength": 3, "CipherKey": "a1b2c3", "HmacKeyLen": 2, "HmacKey": "")"},
+        {Minimal(R"(, "KeyLength": 3, "CipherKey": "a1b2c3", "HmacKeyLen": 2, "HmacKey": "")"),
+         key(3, 2, {0xa1, 0xb2, 0xc3}, {0x00, 0xb2})},
         // Lengths beyond the texts stay inside the key areas.
-        {255, 255, none, none,
-         R"(, "KeyLength": 255, "CipherKey": ")" + hex128 +
-             R"(", "HmacKeyLen": 255, "HmacKey": ")" + hex128 + "\""},
+        {Minimal(R"(, "KeyLength": 255, "CipherKey": ")" + hex128 +
+                 R"(", "HmacKeyLen": 255, "HmacKey": ")" + hex128 + "\""),
+         longest},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.extra);
-        ASSERT_EQ(Convert(Minimal(c.extra)), 0) << log;
-        Expected e = MinimalRec().Bytes(156, {c.cipherLen, c.hmacLen});
-        e.Bytes(194, c.cipher).Bytes(258, c.hmac);
-        if (c.cipherLen == 255) {
-            for (int i = 0; i < 64; ++i) {
-                e.U8(194 + i, 0x80 + i).U8(258 + i, 0x80 + i);
-            }
-        }
-        EXPECT_TRUE(Same(e));
-    }
+    ExpectForms(cases);
 }
 
 TEST_F(ConnConv, ArraysRunOnPastTheirSlotsButNotPastTheRecord) {
