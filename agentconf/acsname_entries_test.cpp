@@ -4,10 +4,7 @@
 #include "agentconf/acsname.h"
 #include "agentconf/acsname_entries.h"
 
-#include "agentconf/json_conv.h"
-#include "base/mem.h"
-#include "tests/support/capture.h"
-#include "tests/support/record_bytes.h"
+#include "tests/support/converter_test.h"
 
 #include <gtest/gtest.h>
 
@@ -30,21 +27,14 @@ int32_t Collect(uint16_t function, const void *payload, uint32_t len, void *ctx)
     return 0;
 }
 
-class AcsNameEntries : public testing::Test {
+class AcsNameEntries : public ovtest::ConverterTest {
   protected:
-    void SetUp() override {
-        ovtest::StdoutCapture quiet;
-        ASSERT_GE(AgentMemModuleRegister(), 0);
-        OV_AgentConfLogRegister();
-    }
     void TearDown() override {
         OV_AgentAcsNameEntriesRelease(&entries_);
         MemModuleStats stats{};
         MemModuleGetStats(g_agentMemModule, &stats);
         EXPECT_EQ(stats.MemCounter, 0);
-        ovtest::StdoutCapture quiet;
-        OV_AgentConfLogUnregister();
-        AgentMemModuleUnregister();
+        ConverterTest::TearDown();
     }
     int32_t Convert(const std::string &text) {
         OV_AgentAcsNameEntriesRelease(&entries_);
@@ -122,11 +112,8 @@ TEST_F(AcsNameEntries, RequiredKeysFailWithTheirTexts) {
 
 TEST_F(AcsNameEntries, RefusesMoreEntriesOrSetsThanTheRecordHolds) {
     auto with = [](const char *key, size_t n, const std::string &item) {
-        std::string text = std::string(R"({"id": 1, "version": 1, ")") + key + "\": [" + item;
-        for (size_t i = 1; i < n; ++i) {
-            text += "," + item;
-        }
-        return text + "]}";
+        return std::string(R"({"id": 1, "version": 1, ")") + key +
+               "\": " + ovtest::Repeat(item, n) + "}";
     };
     EXPECT_EQ(Convert(with("iplist", ACSNAME_ADDR_MAX + 1, "\"10.0.0.1\"")), -22);
     EXPECT_NE(out_.find("Get ip entries num failed"), std::string::npos);

@@ -193,13 +193,7 @@ TEST_F(ConnConv, ArraysRunOnPastTheirSlotsButNotPastTheRecord) {
               0);
     EXPECT_TRUE(Same(e.U8(142, 9)));
 
-    auto ones = [](int n) {
-        std::string s = "[1";
-        for (int i = 1; i < n; ++i) {
-            s += ", 1";
-        }
-        return s + "]";
-    };
+    auto ones = [](size_t n) { return ovtest::Repeat("1", n); };
     EXPECT_EQ(Convert(Minimal(R"(, "Path": [], "RatelimitOutbound": )" + ones(9))), 0);
     EXPECT_EQ(conf->reserved612[0], 1);
     EXPECT_EQ(Convert(Minimal(R"(, "RatelimitOutbound": )" + ones(10))), -22);

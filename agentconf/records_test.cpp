@@ -18,6 +18,7 @@
 
 namespace {
 
+using ovtest::List;
 using std::to_string;
 
 TEST(Protocol, EveryRequestNamesTheCommandThatSendsIt) {
@@ -131,16 +132,6 @@ TEST_P(RecordRoundTrip, DecodedRecordConvertsBackToTheSameBytes) {
         }
         EXPECT_TRUE(ovtest::SameBytes(Convert(kindInfo, text), first)) << text;
     }
-}
-
-/// A JSON list of n items.
-template <typename Item>
-std::string List(size_t n, Item item) {
-    std::string out = "[";
-    for (size_t i = 0; i < n; ++i) {
-        out += (i == 0 ? "" : ",") + item(i);
-    }
-    return out + "]";
 }
 
 std::string V4Prefix(size_t i) {

@@ -12,6 +12,8 @@
 
 namespace {
 
+using ovtest::Repeat;
+
 constexpr size_t kMatch = offsetof(AgentRuleConf, match);
 constexpr size_t kAct = offsetof(AgentRuleConf, actions);
 constexpr size_t kSrc = kMatch + 32;
@@ -31,14 +33,6 @@ std::string Rule(const std::string &match, const std::string &actions = "{}",
         text += R"(, "Match": )" + match;
     }
     return text + R"(, "Actions": )" + actions + "}";
-}
-
-std::string Repeat(const std::string &item, size_t n) {
-    std::string out = "[" + item;
-    for (size_t i = 1; i < n; ++i) {
-        out += "," + item;
-    }
-    return out + "]";
 }
 
 using RuleConv = ovtest::RecordConverterTest<AgentRuleConf, OV_AgentRuleJsonStrToConf>;

@@ -20,6 +20,21 @@
 
 namespace ovtest {
 
+/// A JSON list of n items, item(i) each.
+template <typename Item>
+std::string List(size_t n, Item item) {
+    std::string out = "[";
+    for (size_t i = 0; i < n; ++i) {
+        out += (i == 0 ? "" : ",") + item(i);
+    }
+    return out + "]";
+}
+
+/// A JSON list of n copies of item.
+inline std::string Repeat(const std::string &item, size_t n) {
+    return List(n, [&item](size_t) { return item; });
+}
+
 /// The line a converter's entry logs when the conversion fails with rc.
 inline std::string FailedLine(int32_t rc) {
     return "Json to data struct failed(" + std::to_string(-rc) + ":" + OV_StrError(-rc) + ")";
