@@ -338,13 +338,6 @@ std::vector<Sample> ConnSamples() {
     };
 }
 
-std::string ShaperItems(size_t n, uint32_t base) {
-    return List(n, [base](size_t i) {
-        return R"({"priority": )" + to_string(200 + i) + R"(, "inkbps": )" + to_string(base + i) +
-               R"(, "outkbps": )" + to_string(base * 2 + i) + "}";
-    });
-}
-
 std::vector<KindSamples> AllSamples() {
     return {
         {RecordKind::LinkIp,
@@ -448,13 +441,13 @@ std::vector<KindSamples> AllSamples() {
               "wanKbps": 2147483646, "wanInKbps": 2147483646, "inBurstMs": 65535,
               "outBurstMs": 65535, "bandDist": [255, 254, 253, 252, 251, 250, 249, 248],
               "bandLimit": {"sharePriority": 255, "num": 16, "bandLimit": )" +
-           ShaperItems(16, 1000000000) +
+           ovtest::ShaperItems(16, 1000000000) +
            R"(}, "guaranteeBandLimit": {"sharePriority": 254, "num": 8, "bandLimit": )" +
-           ShaperItems(8, 1000000) + "}}"},
+           ovtest::ShaperItems(8, 1000000) + "}}"},
           {R"({"shaperId": 3, "persistentFlag": true, "wanKbps": 1, "wanInKbps": 2,
               "inBurstMs": 3, "outBurstMs": 4, "bandDist": [1, 1, 1, 1, 1, 1, 1, 1],
               "bandLimit": {"sharePriority": 1, "num": 12, "bandLimit": )" +
-           ShaperItems(12, 5) + "}}"}}},
+           ovtest::ShaperItems(12, 5) + "}}"}}},
     };
 }
 

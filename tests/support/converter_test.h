@@ -35,6 +35,14 @@ inline std::string Repeat(const std::string &item, size_t n) {
     return List(n, [&item](size_t) { return item; });
 }
 
+/// A shaper block's "bandLimit" list of n items, their rates from base.
+inline std::string ShaperItems(size_t n, uint32_t base) {
+    return List(n, [base](size_t i) {
+        return R"({"priority": )" + std::to_string(200 + i) + R"(, "inkbps": )" +
+               std::to_string(base + i) + R"(, "outkbps": )" + std::to_string(base * 2 + i) + "}";
+    });
+}
+
 /// The line a converter's entry logs when the conversion fails with rc.
 inline std::string FailedLine(int32_t rc) {
     return "Json to data struct failed(" + std::to_string(-rc) + ":" + OV_StrError(-rc) + ")";
