@@ -71,13 +71,8 @@ bool Same(const Sent &s, uint16_t function, const RecordBytes<N> &want) {
 
 TEST_F(AcsNameEntries, MinimalRecordTakesTheDefaultName) {
     ASSERT_EQ(Convert(R"({"id": 12, "version": 7, "hasdomainsetid": true})"), 0);
-    AgentAcsNameConf expected;
-    std::memset(&expected, 0, sizeof expected);
-    expected.id = 12;
-    std::strcpy(expected.name, "aces12");
-    expected.flags = ACSNAME_FLAG_HAS_DOMAINSET;
-    expected.version = 7;
-    EXPECT_EQ(std::memcmp(&conf_, &expected, sizeof conf_), 0);
+    EXPECT_TRUE(ovtest::SameRecord(
+        conf_, RecordBytes<4480>().U32(0, 12).Text(4, "aces12").U8(68, 0x02).U64(72, 7)));
     EXPECT_NE(out_.find("] acsname aces12: addrNum = 0, domainNum = 0\n"), std::string::npos)
         << out_;
 }
