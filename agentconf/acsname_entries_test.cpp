@@ -4,10 +4,7 @@
 #include "agentconf/acsname.h"
 #include "agentconf/acsname_entries.h"
 
-#include "agentconf/json_conv.h"
-#include "base/mem.h"
-#include "tests/support/capture.h"
-#include "tests/support/record_bytes.h"
+#include "tests/support/converter_test.h"
 
 #include <gtest/gtest.h>
 
@@ -30,21 +27,14 @@ int32_t Collect(uint16_t function, const void *payload, uint32_t len, void *ctx)
     return 0;
 }
 
-class AcsNameEntries : public testing::Test {
+class AcsNameEntries : public ovtest::ConverterTest {
   protected:
-    void SetUp() override {
-        ovtest::StdoutCapture quiet;
-        ASSERT_GE(AgentMemModuleRegister(), 0);
-        OV_AgentConfLogRegister();
-    }
     void TearDown() override {
         OV_AgentAcsNameEntriesRelease(&entries_);
         MemModuleStats stats{};
         MemModuleGetStats(g_agentMemModule, &stats);
         EXPECT_EQ(stats.MemCounter, 0);
-        ovtest::StdoutCapture quiet;
-        OV_AgentConfLogUnregister();
-        AgentMemModuleUnregister();
+        ConverterTest::TearDown();
     }
     int32_t Convert(const std::string &text) {
         OV_AgentAcsNameEntriesRelease(&entries_);
@@ -81,13 +71,8 @@ bool Same(const Sent &s, uint16_t function, const RecordBytes<N> &want) {
 
 TEST_F(AcsNameEntries, MinimalRecordTakesTheDefaultName) {
     ASSERT_EQ(Convert(R"({"id": 12, "version": 7, "hasdomainsetid": true})"), 0);
-    AgentAcsNameConf expected;
-    std::memset(&expected, 0, sizeof expected);
-    expected.id = 12;
-    std::strcpy(expected.name, "aces12");
-    expected.flags = ACSNAME_FLAG_HAS_DOMAINSET;
-    expected.version = 7;
-    EXPECT_EQ(std::memcmp(&conf_, &expected, sizeof conf_), 0);
+    EXPECT_TRUE(ovtest::SameRecord(
+        conf_, RecordBytes<4480>().U32(0, 12).Text(4, "aces12").U8(68, 0x02).U64(72, 7)));
     EXPECT_NE(out_.find("] acsname aces12: addrNum = 0, domainNum = 0\n"), std::string::npos)
         << out_;
 }
@@ -122,11 +107,8 @@ TEST_F(AcsNameEntries, RequiredKeysFailWithTheirTexts) {
 
 TEST_F(AcsNameEntries, RefusesMoreEntriesOrSetsThanTheRecordHolds) {
     auto with = [](const char *key, size_t n, const std::string &item) {
-        std::string text = std::string(R"({"id": 1, "version": 1, ")") + key + "\": [" + item;
-        for (size_t i = 1; i < n; ++i) {
-            text += "," + item;
-        }
-        return text + "]}";
+        return std::string(R"({"id": 1, "version": 1, ")") + key +
+               "\": " + ovtest::Repeat(item, n) + "}";
     };
     EXPECT_EQ(Convert(with("iplist", ACSNAME_ADDR_MAX + 1, "\"10.0.0.1\"")), -22);
     EXPECT_NE(out_.find("Get ip entries num failed"), std::string::npos);

@@ -32,24 +32,11 @@ class ConnConv : public ovtest::RecordConverterTest<AgentConnConf, OV_AgentConnJ
 TEST_F(ConnConv, EveryMissingExpectedKeyIsANoticeInReadingOrder) {
     ASSERT_EQ(Convert(Minimal()), 0);
     EXPECT_TRUE(Same(MinimalRec()));
-    std::istringstream keys(
+    const std::string every = ovtest::NoticesInOrder(
+        log, kBase, "Connection conf",
         "Mode WanId LanId CustomerId PeerHostId PortSeed ProtoVersion SessionId LinkNum "
         "KeepaliveInterval KeepaliveTimeout TcpTunNum UdpTunNum Tos EncryptAlgo CryptoSuite "
         "CipherKeyLen HmacKeyLen CipherKey HmacKey PeerUid BuddyConnId MinTxKBps");
-    std::vector<std::string> lines = ovtest::Lines(log);
-    size_t at = 0;
-    size_t count = 0;
-    std::string every;
-    for (std::string key; keys >> key; ++count) {
-        every += ", \"" + key + "\": 1";
-        std::string tail = "] Connection conf not set " + key + "!";
-        while (at < lines.size() && !lines[at].ends_with(tail)) {
-            ++at;
-        }
-        ASSERT_LT(at, lines.size()) << key << "\n" << log;
-        EXPECT_NE(lines[at].find(std::string("<Debug:AGENTCONF>[") + kBase), std::string::npos);
-    }
-    EXPECT_EQ(ovtest::CountOf(log, "not set"), count) << log;
     EXPECT_EQ(log.find("dump flexlog"), std::string::npos);
     // With every key present, no notice.
     ASSERT_EQ(Convert(Minimal(every + R"(, "SlaCfg": {"ConnOutBWLow": 1, "ConnOutBWHigh": 1})")),
@@ -58,12 +45,7 @@ TEST_F(ConnConv, EveryMissingExpectedKeyIsANoticeInReadingOrder) {
 }
 
 TEST_F(ConnConv, RefusalsEndWithTheirCodeAndMessage) {
-    struct Case {
-        std::string text;
-        int32_t rc;
-        const char *message;
-    };
-    const Case cases[] = {
+    const Message cases[] = {
         {R"({"Label": 2147483647, "Vni": 0, "NetId": 0})", -132, "Get Connection Label failed"},
         {R"({"Label": 1, "NetId": 0})", -22, "Get Connection Vni failed"},
         {R"({"Label": 1, "Vni": 0, "NetId": "x"})", -22, "Get Connection NetId failed"},
@@ -85,14 +67,7 @@ TEST_F(ConnConv, RefusalsEndWithTheirCodeAndMessage) {
          "empty [1] item for ratelimitOutbound"},
         {Minimal(R"(, "RatelimitOutbound": [-2])"), -22, "path item is invalid"},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.text);
-        EXPECT_EQ(Convert(c.text), c.rc);
-        EXPECT_TRUE(Logged("Error", kBase, c.message)) << log;
-        EXPECT_TRUE(Logged("Error", "OV_AgentConnJsonStrToConf",
-                           "Json to data struct failed(" + std::to_string(-c.rc) + ":" +
-                               (c.rc == -22 ? "Invalid argument)" : "value too large)")));
-    }
+    ExpectMessages(kBase, "OV_AgentConnJsonStrToConf", cases);
     EXPECT_TRUE(Logged("Error", "_OV_AgentConnJsonToConf",
                        "Connection json to conf for base param failed"));
     EXPECT_EQ(Convert("{"), -22);
@@ -114,11 +89,7 @@ TEST_F(ConnConv, EachFormGivesItsBytes) {
     auto algo = [](uint32_t word, uint32_t encrypt, uint32_t suite) {
         return MinimalRec().Put(4, word).Put(152, encrypt).Put(148, suite);
     };
-    struct Case {
-        std::string text;
-        Expected want;
-    };
-    const Case cases[] = {
+    const Form cases[] = {
         // Label, Vni and NetId are cut to their widths.
         {R"({"Label": 2097152, "Vni": 0, "NetId": 0, "VpnId": 9, "TimeStamp": 2})", algo(0, 0, 0)},
         {R"({"Label": 0, "Vni": 9, "NetId": 0, "VpnId": 9, "TimeStamp": 2})", algo(1u << 21, 0, 0)},
@@ -150,11 +121,7 @@ TEST_F(ConnConv, EachFormGivesItsBytes) {
         {Minimal(R"(, "PeerUid": ")" + std::string(40, 'u') + "\""),
          MinimalRec().Text(162, std::string(31, 'u').c_str())},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.text);
-        ASSERT_EQ(Convert(c.text), 0) << log;
-        EXPECT_TRUE(Same(c.want));
-    }
+    ExpectForms(cases);
     EXPECT_TRUE(Logged("Debug", kBase, "Connection conf not set PeerUid!"));
     // Each flag key sets its own bit of the flags word; bit 7 is not one of them.
     std::istringstream flags("C2PFlag PassiveFlag MasterFlag PersistentFlag SimUserFlowFlag "
@@ -177,60 +144,40 @@ TEST_F(ConnConv, EachFormGivesItsBytes) {
 }
 
 TEST_F(ConnConv, KeyTextsAreScannedPairwiseOverTwiceTheirLength) {
-    std::string hex128;
-    std::initializer_list<uint8_t> none = {};
-    for (int i = 0; i < 64; ++i) {
-        hex128 += "0123456789abcdef"[(0x80 + i) >> 4];
-        hex128 += "0123456789abcdef"[(0x80 + i) & 15];
-    }
-    struct Case {
-        uint8_t cipherLen;
-        uint8_t hmacLen;
-        std::initializer_list<uint8_t> cipher;
-        std::initializer_list<uint8_t> hmac;
-        std::string extra;
+    auto key = [](uint8_t cipherLen, uint8_t hmacLen, std::initializer_list<uint8_t> cipher,
+                  std::initializer_list<uint8_t> hmac = {}) {
+        return MinimalRec().Bytes(156, {cipherLen, hmacLen}).Bytes(194, cipher).Bytes(258, hmac);
     };
-    const Case cases[] = {
-        {0, 0, none, none, R"(, "KeyLength": 0, "InputKey": "aabb")"},
-        {3, 0, {0x0a, 0x01, 0x0b}, none, R"(, "KeyLength": 3, "InputKey": "0a 1b")"},
-        {3, 0, {0x00, 0x11}, none, R"(, "KeyLength": 3, "InputKey": "zz11")"},
-        {1,
-         0,
-         {0x01},
-         none,
-         R"(, "CipherKeyLen": 1, "KeyLength": 2, "CipherKey": "01", "InputKey": "ffff")"},
-        {2, 0, {0x01, 0x02}, none, R"(, "CipherKeyLen": 300, "KeyLength": 2, "InputKey": "0102")"},
+    std::vector<uint8_t> bytes64;
+    Expected longest = key(255, 255, {});
+    for (uint8_t i = 0; i < 64; ++i) {
+        bytes64.push_back(0x80 + i);
+        longest.U8(194 + i, 0x80 + i).U8(258 + i, 0x80 + i);
+    }
+    const std::string hex128 = ovtest::HexOf(bytes64);
+    const Form cases[] = {
+        {Minimal(R"(, "KeyLength": 0, "InputKey": "aabb")"), key(0, 0, {})},
+        {Minimal(R"(, "KeyLength": 3, "InputKey": "0a 1b")"), key(3, 0, {0x0a, 0x01, 0x0b})},
+        {Minimal(R"(, "KeyLength": 3, "InputKey": "zz11")"), key(3, 0, {0x00, 0x11})},
+        {Minimal(R"(, "CipherKeyLen": 1, "KeyLength": 2, "CipherKey": "01", "InputKey": "ffff")"),
+         key(1, 0, {0x01})},
+        {Minimal(R"(, "CipherKeyLen": 300, "KeyLength": 2, "InputKey": "0102")"),
+         key(2, 0, {0x01, 0x02})},
         // The HMAC text is shorter than twice its length: the pair that
         // starts on its NUL does not scan, the next one is the cipher's tail.
-        {10,
-         3,
-         {0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88, 0x99},
-         {0xab, 0x00, 0x22},
-         R"(, "KeyLength": 10, "CipherKey": "00112233445566778899", "HmacKeyLen": 3,)"
-         R"( "HmacKey": "ab")"},
+        {Minimal(R"(, "KeyLength": 10, "CipherKey": "00112233445566778899", "HmacKeyLen": 3,)"
+                 R"( "HmacKey": "ab")"),
+         key(10, 3, {0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88, 0x99},
+             {0xab, 0x00, 0x22})},
         // An empty HMAC text is still scanned.
-        {3,
-         2,
-         {0xa1, 0xb2, 0xc3},
-         {0x00, 0xb2},
-         R"(, "KeyLength": 3, "CipherKey": "a1b2c3", "HmacKeyLen": 2, "HmacKey": "")"},
+        {Minimal(R"(, "KeyLength": 3, "CipherKey": "a1b2c3", "HmacKeyLen": 2, "HmacKey": "")"),
+         key(3, 2, {0xa1, 0xb2, 0xc3}, {0x00, 0xb2})},
         // Lengths beyond the texts stay inside the key areas.
-        {255, 255, none, none,
-         R"(, "KeyLength": 255, "CipherKey": ")" + hex128 +
-             R"(", "HmacKeyLen": 255, "HmacKey": ")" + hex128 + "\""},
+        {Minimal(R"(, "KeyLength": 255, "CipherKey": ")" + hex128 +
+                 R"(", "HmacKeyLen": 255, "HmacKey": ")" + hex128 + "\""),
+         longest},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.extra);
-        ASSERT_EQ(Convert(Minimal(c.extra)), 0) << log;
-        Expected e = MinimalRec().Bytes(156, {c.cipherLen, c.hmacLen});
-        e.Bytes(194, c.cipher).Bytes(258, c.hmac);
-        if (c.cipherLen == 255) {
-            for (int i = 0; i < 64; ++i) {
-                e.U8(194 + i, 0x80 + i).U8(258 + i, 0x80 + i);
-            }
-        }
-        EXPECT_TRUE(Same(e));
-    }
+    ExpectForms(cases);
 }
 
 TEST_F(ConnConv, ArraysRunOnPastTheirSlotsButNotPastTheRecord) {
@@ -246,13 +193,7 @@ TEST_F(ConnConv, ArraysRunOnPastTheirSlotsButNotPastTheRecord) {
               0);
     EXPECT_TRUE(Same(e.U8(142, 9)));
 
-    auto ones = [](int n) {
-        std::string s = "[1";
-        for (int i = 1; i < n; ++i) {
-            s += ", 1";
-        }
-        return s + "]";
-    };
+    auto ones = [](size_t n) { return ovtest::Repeat("1", n); };
     EXPECT_EQ(Convert(Minimal(R"(, "Path": [], "RatelimitOutbound": )" + ones(9))), 0);
     EXPECT_EQ(conf->reserved612[0], 1);
     EXPECT_EQ(Convert(Minimal(R"(, "RatelimitOutbound": )" + ones(10))), -22);

@@ -63,14 +63,9 @@ TEST_F(GlobalArgConv, RejectedTypesFailEvenWithAValue) {
 }
 
 TEST_F(GlobalArgConv, RefusesBadValuesWithTheirMessages) {
-    struct Case {
-        std::string json;
-        int32_t rc;
-        const char *message;
-    };
     const std::string digits49 = std::string(48, '0') + "7";
     const std::string tooLong = "Get Value from " + digits49 + " failed";
-    const Case cases[] = {
+    const Message cases[] = {
         {R"({"Lenth": 4, "Value": 1})", -22, "Lack of Type"},
         {R"({"Type": 2147483647, "Lenth": 4})", -132, "Lack of Type"},
         {R"({"Type": 1, "Value": 1})", -22, "Lack of Lenth"},
@@ -98,16 +93,13 @@ TEST_F(GlobalArgConv, RefusesBadValuesWithTheirMessages) {
         {R"({"Type": 38, "Lenth": 16, "Ipv6": "1::2::3"})", -22,
          "Get Ipv6 from string:1::2::3 failed"},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.json);
-        EXPECT_EQ(Convert(c.json), c.rc);
-        EXPECT_TRUE(Logged("Error", kFn, c.message)) << log;
-        // Nothing lands in the value area, except a low bound read before the high one.
+    // Nothing lands in the value area, except a low bound read before the high one.
+    ExpectMessages(kFn, "OV_AgentDpGlobalArgJsonStrToConf", cases, [this](const Message &c) {
         const uint8_t zero[16] = {};
         size_t from = std::string(c.message) == "Inval range high" ? 10 : 8;
         EXPECT_EQ(
             std::memcmp(reinterpret_cast<const uint8_t *>(conf.get()) + from, zero, 24 - from), 0);
-    }
+    });
 }
 
 } // namespace

@@ -15,11 +15,7 @@ using LinkIpConv = ovtest::RecordConverterTest<AgentLinkIpConf, OV_AgentLinkIpJs
 using LinkConv = ovtest::RecordConverterTest<AgentLinkConf, OV_AgentLinkJsonStrToConf>;
 
 TEST_F(LinkIpConv, EachFormGivesItsBytes) {
-    struct Case {
-        std::string json;
-        Expected want;
-    };
-    const Case cases[] = {
+    const Form cases[] = {
         // Texts too long for their buffers are skipped like missing keys: 49
         // characters fit the 50-byte IPv6 buffer, 50 do not.
         {R"({"Type": 1, "SiteIpId": 1, "SiteId": 1, "IpAddr": "100.100.100.100    "})",
@@ -33,20 +29,11 @@ TEST_F(LinkIpConv, EachFormGivesItsBytes) {
         {R"({"Type": 1, "SiteIpId": 1, "SiteId": 1, "IpAddr": null, "Ip6Addr": "::"})",
          Expected().Bytes(0, {1, 1, 0x04}).U32(8, 1)},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.json);
-        ASSERT_EQ(Convert(c.json), 0) << log;
-        EXPECT_TRUE(Same(c.want));
-    }
+    ExpectForms(cases);
 }
 
 TEST_F(LinkIpConv, MessagesNameWhatWasMissingOrRefused) {
-    struct Case {
-        const char *json;
-        int32_t rc;
-        const char *message;
-    };
-    const Case cases[] = {
+    const Message cases[] = {
         {R"({"SiteIpId": 1, "SiteId": 2})", -22, "Lack of Type"},
         {R"({"Type": 256, "SiteIpId": 1, "SiteId": 2})", -132, "Lack of Type"},
         {R"({"Type": -1, "SiteIpId": 1, "SiteId": 2})", -132, "Lack of Type"},
@@ -61,23 +48,14 @@ TEST_F(LinkIpConv, MessagesNameWhatWasMissingOrRefused) {
         // Only an error line: the record still converts.
         {R"({"Type": 1, "SiteIpId": 3, "SiteId": 9})", 0, "Lack of CustomerId"},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.json);
-        EXPECT_EQ(Convert(c.json), c.rc);
-        EXPECT_TRUE(Logged("Error", "_OV_AgentLinkIpJsonToConf", c.message)) << log;
-        EXPECT_EQ(ovtest::CountOf(log, "Json to data struct failed"), c.rc == 0 ? 0u : 1u) << log;
-    }
+    ExpectMessages("_OV_AgentLinkIpJsonToConf", "OV_AgentLinkIpJsonStrToConf", cases);
     EXPECT_EQ(Convert("["), -22);
     EXPECT_TRUE(Logged("Info", "OV_AgentLinkIpJsonStrToConf", "agent link ip conf json = [ "));
     EXPECT_TRUE(Logged("Error", "OV_AgentLinkIpJsonStrToConf", "invalid link ip string, not json"));
 }
 
 TEST_F(LinkConv, EachFormGivesItsBytes) {
-    struct Case {
-        const char *json;
-        Expected want;
-    };
-    const Case cases[] = {
+    const Form cases[] = {
         {R"({"NetId": 3, "LinkId": 16777217, "Role": true, "Simu": false, "Type": 2,
             "PersistentFlag": true})",
          Expected().U32(0, 3).U32(4, 1).U8(8, 0x19)},
@@ -89,59 +67,33 @@ TEST_F(LinkConv, EachFormGivesItsBytes) {
         {R"({"NetId": 3, "LinkId": 4, "LocalSitePort": 70000, "PeerSitePort": -1})",
          Expected().U32(0, 3).U32(4, 4).U32(28, 0xFFFF1170)},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.json);
-        ASSERT_EQ(Convert(c.json), 0) << log;
-        EXPECT_TRUE(Same(c.want));
-    }
+    ExpectForms(cases);
 }
 
 TEST_F(LinkConv, MinimalLinkConvertsAfterANoticePerMissingKeyInReadingOrder) {
     ASSERT_EQ(Convert(R"({"NetId": 1, "LinkId": 2})"), 0);
     EXPECT_TRUE(Same(Expected().U32(0, 1).U32(4, 2)));
-    const char *keys[] = {
-        "Mode",       "Thresh",         "ProtoVersion",      "WanId",           "PeerSiteIpId",
-        "PeerSiteId", "PeerCustomerId", "KeepaliveInterval", "KeepaliveTimeout"};
-    size_t last = 0;
-    std::string every;
-    for (const char *key : keys) {
-        every += std::string(", \"") + key + "\": 1";
-        size_t at = log.find(std::string("] Link conf not set ") + key + "!\n");
-        ASSERT_NE(at, std::string::npos) << key << "\n" << log;
-        EXPECT_GT(at, last) << key;
-        last = at;
-    }
-    EXPECT_EQ(ovtest::CountOf(log, "<Debug:AGENTCONF>[_OV_AgentLinkJsonToConf:"), 9u) << log;
+    const std::string every = ovtest::NoticesInOrder(
+        log, "_OV_AgentLinkJsonToConf", "Link conf",
+        "Mode Thresh ProtoVersion WanId PeerSiteIpId PeerSiteId PeerCustomerId KeepaliveInterval "
+        "KeepaliveTimeout");
     EXPECT_EQ(log.find("<Error"), std::string::npos) << log;
     ASSERT_EQ(Convert(R"({"NetId": 1, "LinkId": 2)" + every + "}"), 0);
     EXPECT_EQ(log.find("not set"), std::string::npos) << log;
 }
 
 TEST_F(LinkConv, MessagesNameWhatWasMissingOrRefused) {
-    struct Case {
-        const char *json;
-        int32_t rc;
-        const char *func;
-        const char *message;
+    const Message cases[] = {
+        {R"({"LinkId": 2})", -22, "Lack of NetId"},
+        {R"({"NetId": 2147483647, "LinkId": 2})", -132, "Lack of NetId"},
+        {R"({"NetId": 1})", -22, "Lack of LinkId"},
+        {R"({"NetId": 1, "LinkId": -2147483648})", -132, "Lack of LinkId"},
     };
-    const Case cases[] = {
-        {R"({"LinkId": 2})", -22, "_OV_AgentLinkJsonToConf", "Lack of NetId"},
-        {R"({"NetId": 2147483647, "LinkId": 2})", -132, "_OV_AgentLinkJsonToConf", "Lack of NetId"},
-        {R"({"NetId": 1})", -22, "_OV_AgentLinkJsonToConf", "Lack of LinkId"},
-        {R"({"NetId": 1, "LinkId": -2147483648})", -132, "_OV_AgentLinkJsonToConf",
-         "Lack of LinkId"},
-        {"not json", -22, "OV_AgentLinkJsonStrToConf", "invalid link string, not json"},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.json);
-        EXPECT_EQ(Convert(c.json), c.rc);
-        EXPECT_TRUE(Logged("Error", c.func, c.message)) << log;
-        EXPECT_EQ(log.find("not set"), std::string::npos) << log;
-    }
+    ExpectMessages("_OV_AgentLinkJsonToConf", "OV_AgentLinkJsonStrToConf", cases,
+                   [this](const Message &) { EXPECT_EQ(log.find("not set"), std::string::npos); });
+    EXPECT_EQ(Convert("not json"), -22);
+    EXPECT_TRUE(Logged("Error", "OV_AgentLinkJsonStrToConf", "invalid link string, not json"));
     EXPECT_TRUE(Logged("Info", "OV_AgentLinkJsonStrToConf", "agent link conf json = not json "));
-    EXPECT_EQ(Convert(R"({"NetId": 1})"), -22);
-    EXPECT_TRUE(Logged("Error", "OV_AgentLinkJsonStrToConf",
-                       "Json to data struct failed(22:Invalid argument)"));
 }
 
 } // namespace

@@ -17,13 +17,9 @@ using RatelimitConv =
 constexpr const char *kFn = "_OV_AgentRatelimitJsonToConf";
 
 TEST_F(RatelimitConv, EachFormGivesItsBytes) {
-    struct Case {
-        const char *json;
-        Expected want;
-    };
     // Id 5 and the bucket type.
     auto Id5 = [](uint32_t type) { return Expected().U32(0, 5).Put(24, type); };
-    const Case cases[] = {
+    const Form cases[] = {
         // The single-bucket keys fill the bucket Type selects and force its
         // update bits, over Update keys that say false.
         {R"({"RateLimitId": 5, "Type": 1, "PerIpBucketRate": 100, "PerIpCBS": 200,
@@ -45,20 +41,11 @@ TEST_F(RatelimitConv, EachFormGivesItsBytes) {
          Expected().U32(0, 1).U16(64, 0x0041)},
         {R"({"RateLimitId": 2147483646})", Expected().U32(0, 2147483646)},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.json);
-        ASSERT_EQ(Convert(c.json), 0) << log;
-        EXPECT_TRUE(Same(c.want));
-    }
+    ExpectForms(cases);
 }
 
 TEST_F(RatelimitConv, RefusalsStopBeforeTheRestIsRead) {
-    struct Case {
-        const char *json;
-        int32_t rc;
-        const char *message; // nullptr: the converter says nothing of its own
-    };
-    const Case cases[] = {
+    const Message cases[] = {
         {R"({"BucketRate": 1})", -22, "Lack of RateLimitId"},
         {R"({"RateLimitId": 4294967295, "BucketRate": 1})", -132, "Lack of RateLimitId"},
         {R"({"RateLimitId": 2147483647, "BucketRate": 1})", -132, "Lack of RateLimitId"},
@@ -74,18 +61,11 @@ TEST_F(RatelimitConv, RefusalsStopBeforeTheRestIsRead) {
         {R"({"RateLimitId": 1, "Type": 2, "PerIpBucketRate": 2147483647})", -22, nullptr},
         {R"({"RateLimitId": 1, "Type": 1, "PerIpBucketRate": "fast"})", -22, nullptr},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.json);
-        EXPECT_EQ(Convert(c.json), c.rc);
-        if (c.message != nullptr) {
-            EXPECT_TRUE(Logged("Error", kFn, c.message)) << log;
-        }
-        EXPECT_EQ(ovtest::CountOf(log, "<Error:AGENTCONF>"), c.message != nullptr ? 2u : 1u) << log;
-        EXPECT_TRUE(Logged("Error", "OV_AgentRatelimitJsonStrToConf",
-                           "Json to data struct failed(" + std::to_string(-c.rc) + ":" +
-                               (c.rc == -22 ? "Invalid argument)" : "value too large)")));
+    // Refusals without a message of their own log only the entry's line.
+    ExpectMessages(kFn, "OV_AgentRatelimitJsonStrToConf", cases, [this](const Message &c) {
+        EXPECT_EQ(ovtest::CountOf(log, "<Error:AGENTCONF>"), c.message != nullptr ? 2u : 1u);
         EXPECT_EQ(conf->flags, 0);
-    }
+    });
     // Nothing after the id is read when the id is refused.
     EXPECT_EQ(Convert(R"({"RateLimitId": "one", "BucketRate": 1})"), -22);
     EXPECT_TRUE(Same(Expected()));
@@ -96,18 +76,9 @@ TEST_F(RatelimitConv, LogsTheTextNoticesInReadingOrderAndNonJson) {
     ASSERT_EQ(Convert(R"({"RateLimitId": 1})"), 0);
     EXPECT_TRUE(Logged("Info", "OV_AgentRatelimitJsonStrToConf",
                        "agent ratelimit conf json = {\"RateLimitId\": 1} "));
-    const char *keys[] = {"BucketRate", "CustomerId",         "RateLimitObjId",
-                          "Type",       "PerSrcIpBucketRate", "PerDstIpBucketRate"};
-    size_t last = 0;
-    std::string every;
-    for (const char *key : keys) {
-        every += std::string(", \"") + key + "\": 1";
-        size_t at = log.find(std::string("] Ratelimit not set ") + key + "\n");
-        ASSERT_NE(at, std::string::npos) << key << "\n" << log;
-        EXPECT_GT(at, last) << key;
-        last = at;
-    }
-    EXPECT_EQ(ovtest::CountOf(log, std::string("<Debug:AGENTCONF>[") + kFn + ":"), 6u) << log;
+    const std::string every = ovtest::NoticesInOrder(
+        log, kFn, "Ratelimit",
+        "BucketRate CustomerId RateLimitObjId Type PerSrcIpBucketRate PerDstIpBucketRate", "");
     ASSERT_EQ(Convert(R"({"RateLimitId": 1)" + every + "}"), 0);
     EXPECT_EQ(log.find("not set"), std::string::npos) << log;
 

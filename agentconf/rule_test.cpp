@@ -12,6 +12,8 @@
 
 namespace {
 
+using ovtest::Repeat;
+
 constexpr size_t kMatch = offsetof(AgentRuleConf, match);
 constexpr size_t kAct = offsetof(AgentRuleConf, actions);
 constexpr size_t kSrc = kMatch + 32;
@@ -33,14 +35,6 @@ std::string Rule(const std::string &match, const std::string &actions = "{}",
     return text + R"(, "Actions": )" + actions + "}";
 }
 
-std::string Repeat(const std::string &item, size_t n) {
-    std::string out = "[" + item;
-    for (size_t i = 1; i < n; ++i) {
-        out += "," + item;
-    }
-    return out + "]";
-}
-
 using RuleConv = ovtest::RecordConverterTest<AgentRuleConf, OV_AgentRuleJsonStrToConf>;
 
 /// The record of Rule() with an empty match and actions.
@@ -49,11 +43,7 @@ RuleConv::Expected Base() {
 }
 
 TEST_F(RuleConv, EachFormGivesItsBytes) {
-    struct Case {
-        std::string text;
-        Expected want;
-    };
-    const Case cases[] = {
+    const Form cases[] = {
         // Bit 5 is shared by L2Flag and L3Flag; the later key wins.
         {Rule("", "{}", R"(, "L2Flag": true, "L3Flag": false)"), Base()},
         {Rule("", "{}", R"(, "L2Flag": true)"), Base().U16(4, 0x0020)},
@@ -97,11 +87,7 @@ TEST_F(RuleConv, EachFormGivesItsBytes) {
             "RevOutForceFlag": true, "SetVpnId": 5, "SetPolicyId": 6, "SetDscpValue": 7})"),
          Base().Bytes(kAct, {0xD0, 0x01, 0, 0, 7}).U32(kAct + 12, 5).U32(kAct + 16, 6)},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.text);
-        ASSERT_EQ(Convert(c.text), 0) << log;
-        EXPECT_TRUE(Same(c.want));
-    }
+    ExpectForms(cases);
     EXPECT_EQ(log.find("not set Set"), std::string::npos) << log; // the last row has them all
 }
 
@@ -134,130 +120,113 @@ TEST_F(RuleConv, MessagesNameWhatWasMissingOrRefused) {
     auto nat = [](const std::string &body) {
         return Rule("", R"({"SnatFlag": true, "NatInfo": {)" + body + "}}");
     };
-    struct Case {
-        std::string text;
-        const char *message;
-        const char *func = kMatchFn;
-        int32_t rc = -22;
-        const char *level = "Error";
-    };
-    const Case cases[] = {
-        {R"({"VpnId": 2, "Id": 3, "RuleVer": 4, "Actions": {}})", "Rule conf lack of Zone!",
+    const Message cases[] = {
+        {R"({"VpnId": 2, "Id": 3, "RuleVer": 4, "Actions": {}})", -22, "Rule conf lack of Zone!",
          kBaseFn},
-        {R"({"Zone": 256, "VpnId": 2, "Id": 3, "RuleVer": 4, "Actions": {}})",
-         "Rule conf lack of Zone!", kBaseFn, -132},
-        {R"({"Zone": 1, "Id": 3, "RuleVer": 4, "Actions": {}})", "Rule conf lack of VpnId!",
+        {R"({"Zone": 256, "VpnId": 2, "Id": 3, "RuleVer": 4, "Actions": {}})", -132,
+         "Rule conf lack of Zone!", kBaseFn},
+        {R"({"Zone": 1, "Id": 3, "RuleVer": 4, "Actions": {}})", -22, "Rule conf lack of VpnId!",
          kBaseFn},
-        {R"({"Zone": 1, "VpnId": 2, "Id": 2147483647, "Actions": {}})", "Rule conf lack of Id!",
-         kBaseFn, -132},
-        {R"({"Zone": 1, "VpnId": 2, "Id": 3, "Actions": {}})", "Rule conf lack of Version!",
+        {R"({"Zone": 1, "VpnId": 2, "Id": 2147483647, "Actions": {}})", -132,
+         "Rule conf lack of Id!", kBaseFn},
+        {R"({"Zone": 1, "VpnId": 2, "Id": 3, "Actions": {}})", -22, "Rule conf lack of Version!",
          kBaseFn},
-        {Rule(""), "Rule conf not set Table!", kBaseFn, 0, "Debug"},
-        {Rule(""), "Rule conf lack of CustomerId!", kBaseFn, 0, "Debug"},
-        {R"({"Zone": 1, "VpnId": 2, "Id": 3, "RuleVer": 4, "Match": {}})", "Rule lack of actions",
-         kRuleFn},
-        {"{", "invalid rule string, not json", "OV_AgentRuleJsonStrToConf"},
-        {m(R"("SrcIpNum": 300)"), "Rule match conf not set SrcIpNum!", kMatchFn, 0, "Debug"},
-        {act(R"("SetVpnFlag": true)"), "Rule actions conf not set SetVpnId!", kActFn, 0, "Debug"},
+        {Rule(""), 0, "Rule conf not set Table!", kBaseFn, "Debug"},
+        {Rule(""), 0, "Rule conf lack of CustomerId!", kBaseFn, "Debug"},
+        {R"({"Zone": 1, "VpnId": 2, "Id": 3, "RuleVer": 4, "Match": {}})", -22,
+         "Rule lack of actions", kRuleFn},
+        {m(R"("SrcIpNum": 300)"), 0, "Rule match conf not set SrcIpNum!", kMatchFn, "Debug"},
+        {act(R"("SetVpnFlag": true)"), 0, "Rule actions conf not set SetVpnId!", kActFn, "Debug"},
         // Deliberate texts naming the wrong count or array.
         {m(R"("DstIpNum": 2, "DstIpSetFlag": true, "DstIpSetName": "s", "DstIpRange": [)" + range +
            "]"),
-         "dstIpRange array size is not equal to SrcIpNum, use array size!", kMatchFn, 0, "Warning"},
-        {m(R"("DstIpNum": 1, "DstIpSetFlag": true, "DstIpSetName": "s")"), "Lack of SrcIp",
-         kMatchFn, 0},
-        {m(R"("ProtoNum": 5, "Proto": [1, 2, 3])"),
-         "Proto array size is not equal to ProtoNum, use array size!", kMatchFn, 0, "Warning"},
-        {m(R"("TransIdNum": 2, "TransId": [1, null])"), "empty [1] item for Dscp"},
-        {m(R"("TransIdNum": 1, "TransId": [-4])"), "Invalid param Dscp"},
-        {m(R"("DscpNum": 1, "Dscp": 5)"), "Invalid format, Dscp is not array!"},
-        {act(R"("OutputNum": 2, "OutputArray": [{"Id": 1, "Priority": 0, "Probe": 0}])"),
-         "InPort array size is not equal to OutputNum, use array size!", kActFn, 0, "Warning"},
-        {act(R"("OutputNum": 1)"), "Rule lack of OutputArray", kActFn},
-        {act(R"("OutputNum": 1, "OutputArray": [)" + output + "]"),
-         "Lack of Type in output array item, use OutputType value", kActFn, 0, "Debug"},
-        {act(R"("OutputNum": 1, "OutputArray": [{"Id": 1, "Probe": 0}])"), "Get Priority failed",
-         kActFn},
-        {act(R"("DnatFlag": true, "NatInfo": {"NatIpMode": 1, "IpMasks": {}})"),
+         0, "dstIpRange array size is not equal to SrcIpNum, use array size!", kMatchFn, "Warning"},
+        {m(R"("DstIpNum": 1, "DstIpSetFlag": true, "DstIpSetName": "s")"), 0, "Lack of SrcIp"},
+        {m(R"("ProtoNum": 5, "Proto": [1, 2, 3])"), 0,
+         "Proto array size is not equal to ProtoNum, use array size!", kMatchFn, "Warning"},
+        {m(R"("TransIdNum": 2, "TransId": [1, null])"), -22, "empty [1] item for Dscp"},
+        {m(R"("TransIdNum": 1, "TransId": [-4])"), -22, "Invalid param Dscp"},
+        {m(R"("DscpNum": 1, "Dscp": 5)"), -22, "Invalid format, Dscp is not array!"},
+        {act(R"("OutputNum": 2, "OutputArray": [{"Id": 1, "Priority": 0, "Probe": 0}])"), 0,
+         "InPort array size is not equal to OutputNum, use array size!", kActFn, "Warning"},
+        {act(R"("OutputNum": 1)"), -22, "Rule lack of OutputArray", kActFn},
+        {act(R"("OutputNum": 1, "OutputArray": [)" + output + "]"), 0,
+         "Lack of Type in output array item, use OutputType value", kActFn, "Debug"},
+        {act(R"("OutputNum": 1, "OutputArray": [{"Id": 1, "Probe": 0}])"), -22,
+         "Get Priority failed", kActFn},
+        {act(R"("DnatFlag": true, "NatInfo": {"NatIpMode": 1, "IpMasks": {}})"), -22,
          "Invalid format, OutputArray is not array!", kActFn},
-        {act(R"("DnatFlag": true, "NatInfo": {"NatIpMode": 2})"),
+        {act(R"("DnatFlag": true, "NatInfo": {"NatIpMode": 2})"), -22,
          "Rule actions natInfo lack of IpRanges", kActFn},
-        {nat(R"("NatIpMode": 3, "Ips": "1.1.1.1")"), "Invalid format, DnsHost is not array!",
+        {nat(R"("NatIpMode": 3, "Ips": "1.1.1.1")"), -22, "Invalid format, DnsHost is not array!",
          kActFn},
-        {nat(R"("IpType": 1)"), "Ipv6s array is empty", kActFn},
-        {nat(R"("IpType": 0)"), "Ips array is empty", kActFn},
-        {nat(R"("Ips": ["1.1.1.1"])"), "Rule actions natInfo conf not set NatMode!", kActFn, 0,
+        {nat(R"("IpType": 1)"), -22, "Ipv6s array is empty", kActFn},
+        {nat(R"("IpType": 0)"), -22, "Ips array is empty", kActFn},
+        {nat(R"("Ips": ["1.1.1.1"])"), 0, "Rule actions natInfo conf not set NatMode!", kActFn,
          "Debug"},
-        {nat(R"("Ips": ["1.1.1.1"])"), "Rule actions natInfo conf not set NatIpMode!", kActFn, 0,
+        {nat(R"("Ips": ["1.1.1.1"])"), 0, "Rule actions natInfo conf not set NatIpMode!", kActFn,
          "Debug"},
-        {act(R"("OutputNum": 1, "OutputArray": [{"Priority": 0, "Probe": 0}])"), "Get Id failed",
+        {act(R"("OutputNum": 1, "OutputArray": [{"Priority": 0, "Probe": 0}])"), -22,
+         "Get Id failed", kActFn},
+        {act(R"("OutputNum": 1, "OutputArray": [{"Id": 1, "Priority": 0}])"), -22,
+         "Get Probe failed", kActFn},
+        {m(R"("SrcPortNum": 1, "SrcPort": [{"LowerPort": 1}])"), -22, "Get Port failed"},
+        {m(R"("InPortNum": 1, "InPort": [{"Id": 1}])"), -22, "Get Type failed"},
+        {m(R"("OutPortNum": 1, "OutPort": [{"Type": 1}])"), -22, "Get Id failed"},
+        {nat(R"("Ips": ["1.1.1.1", null])"), -22, "ips[1] is null", kActFn},
+        {nat(R"("Ips": ["1.2.3.4.5.6.7.8.9.0"])"), -132, "trans ip string to ip num failed",
          kActFn},
-        {act(R"("OutputNum": 1, "OutputArray": [{"Id": 1, "Priority": 0}])"), "Get Probe failed",
-         kActFn},
-        {m(R"("SrcPortNum": 1, "SrcPort": [{"LowerPort": 1}])"), "Get Port failed"},
-        {m(R"("InPortNum": 1, "InPort": [{"Id": 1}])"), "Get Type failed"},
-        {m(R"("OutPortNum": 1, "OutPort": [{"Type": 1}])"), "Get Id failed"},
-        {nat(R"("Ips": ["1.1.1.1", null])"), "ips[1] is null", kActFn},
-        {nat(R"("Ips": ["1.2.3.4.5.6.7.8.9.0"])"), "trans ip string to ip num failed", kActFn,
-         -132},
         // Address items.
-        {srcIp(R"({"IpType": 0, "Ip": "10.0.0.256", "Mask": 8})"),
+        {srcIp(R"({"IpType": 0, "Ip": "10.0.0.256", "Mask": 8})"), -22,
          "trans ip string to ip num failed"},
-        {srcIp(R"({"IpType": 1, "Ip6": "1:2", "Mask": 8})"),
+        {srcIp(R"({"IpType": 1, "Ip6": "1:2", "Mask": 8})"), -22,
          "trans ipv6 string to ipv6 conf failed"},
-        {srcIp(R"({"IpType": 0, "Ip": "010.001.002.003....", "Mask": 8})"), "Get Ip failed",
-         kMatchFn, -132},
-        {srcIp(R"({"IpType": 1, "Mask": 8})"), "Get Ipv6 failed"},
-        {srcIp(R"({"Ip": "10.1.2.3", "Mask": 8})"), "Get IpType failed"},
-        {srcIp(R"({"IpType": 0, "Ip": "10.1.2.3", "Mask": 256})"), "get Mask failed", kMatchFn,
-         -132},
+        {srcIp(R"({"IpType": 0, "Ip": "010.001.002.003....", "Mask": 8})"), -132, "Get Ip failed"},
+        {srcIp(R"({"IpType": 1, "Mask": 8})"), -22, "Get Ipv6 failed"},
+        {srcIp(R"({"Ip": "10.1.2.3", "Mask": 8})"), -22, "Get IpType failed"},
+        {srcIp(R"({"IpType": 0, "Ip": "10.1.2.3", "Mask": 256})"), -132, "get Mask failed"},
         // Names as long as their field.
-        {m(R"("SrcIpSetFlag": true, "SrcIpSetName": ")" + std::string(64, 'n') + "\""),
-         "Get SrcIpSetName failed", kMatchFn, -132},
-        {m(R"("DstIpSetFlag": true, "DstIpSetName": ")" + std::string(64, 'n') + "\""),
-         "Get DstIpSetName failed", kMatchFn, -132},
-        {m(R"("AcsNameFlag": true, "AcsName": ")" + std::string(64, 'n') + "\""),
-         "Get AcsName failed", kMatchFn, -132},
+        {m(R"("SrcIpSetFlag": true, "SrcIpSetName": ")" + std::string(64, 'n') + "\""), -132,
+         "Get SrcIpSetName failed"},
+        {m(R"("DstIpSetFlag": true, "DstIpSetName": ")" + std::string(64, 'n') + "\""), -132,
+         "Get DstIpSetName failed"},
+        {m(R"("AcsNameFlag": true, "AcsName": ")" + std::string(64, 'n') + "\""), -132,
+         "Get AcsName failed"},
         // Lists longer than their room.
-        {m(R"("SrcIpNum": 116, "SrcIp": )" + Repeat(prefix, 116)),
+        {m(R"("SrcIpNum": 116, "SrcIp": )" + Repeat(prefix, 116)), -22,
          "Invalid format, srcIp is not array!"},
-        {m(R"("SrcIpNum": 1, "SrcIpRangeFlag": 1, "SrcIpRange": )" + Repeat(range, 65)),
+        {m(R"("SrcIpNum": 1, "SrcIpRangeFlag": 1, "SrcIpRange": )" + Repeat(range, 65)), -22,
          "Invalid format, srcIpRange is not array!"},
-        {m(R"("DstIpNum": 1, "DstIp": )" + Repeat(prefix, 116)),
+        {m(R"("DstIpNum": 1, "DstIp": )" + Repeat(prefix, 116)), -22,
          "Invalid format, dstIp is not array!"},
-        {m(R"("DstPortNum": 1, "DstPort": )" + Repeat(port, 1025)),
+        {m(R"("DstPortNum": 1, "DstPort": )" + Repeat(port, 1025)), -22,
          "Invalid format, dstPort is not array!"},
-        {m(R"("EthTypeNum": 1, "EthType": )" + Repeat("1", 65)),
+        {m(R"("EthTypeNum": 1, "EthType": )" + Repeat("1", 65)), -22,
          "Invalid format, EthType is not array!"},
-        {m(R"("TransIdNum": 1, "TransId": )" + Repeat("1", 193)),
+        {m(R"("TransIdNum": 1, "TransId": )" + Repeat("1", 193)), -22,
          "Invalid format, TransId is not array!"},
-        {m(R"("OutPortNum": 1, "OutPort": )" + Repeat(R"({"Type": 1, "Id": 2})", 65)),
+        {m(R"("OutPortNum": 1, "OutPort": )" + Repeat(R"({"Type": 1, "Id": 2})", 65)), -22,
          "Invalid format, OutPort is not array!"},
-        {act(R"("OutputNum": 1, "OutputArray": )" + Repeat(output, 65)),
+        {act(R"("OutputNum": 1, "OutputArray": )" + Repeat(output, 65)), -22,
          "Invalid format, OutputArray is not array!", kActFn},
-        {nat(R"("NatIpMode": 1, "IpMasks": )" + Repeat(prefix, 116)),
+        {nat(R"("NatIpMode": 1, "IpMasks": )" + Repeat(prefix, 116)), -22,
          "Invalid format, OutputArray is not array!", kActFn},
-        {nat(R"("NatIpMode": 2, "IpRanges": )" + Repeat(range, 65)),
+        {nat(R"("NatIpMode": 2, "IpRanges": )" + Repeat(range, 65)), -22,
          "Invalid format, OutputArray is not array!", kActFn},
-        {nat(R"("Ips": )" + Repeat("\"1.1.1.1\"", 256)), "Invalid format, DnsHost is not array!",
-         kActFn},
-        {nat(R"("IpType": 1, "Ipv6s": )" + Repeat("\"::1\"", 145)),
+        {nat(R"("Ips": )" + Repeat("\"1.1.1.1\"", 256)), -22,
+         "Invalid format, DnsHost is not array!", kActFn},
+        {nat(R"("IpType": 1, "Ipv6s": )" + Repeat("\"::1\"", 145)), -22,
          "Invalid format, DnsHost is not array!", kActFn},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.text.substr(0, 200));
-        EXPECT_EQ(Convert(c.text), c.rc);
-        EXPECT_TRUE(Logged(c.level, c.func, c.message)) << log;
-        if (c.func == kMatchFn && c.rc != 0) {
-            EXPECT_TRUE(Logged("Error", kRuleFn, "Rule json to conf for match failed"));
-        } else if (c.func == kBaseFn && c.rc != 0) {
-            EXPECT_TRUE(Logged("Error", kRuleFn, "Rule json to conf for base param failed"));
+    ExpectMessages(kMatchFn, "OV_AgentRuleJsonStrToConf", cases, [this](const Message &c) {
+        if (c.rc != 0 && (c.func == nullptr || c.func == kBaseFn)) {
+            EXPECT_TRUE(Logged("Error", kRuleFn,
+                               c.func == nullptr ? "Rule json to conf for match failed"
+                                                 : "Rule json to conf for base param failed"));
         }
-        if (c.rc != 0 && c.text != "{") {
-            EXPECT_TRUE(Logged("Error", "OV_AgentRuleJsonStrToConf",
-                               std::string("Json to data struct failed(") + std::to_string(-c.rc) +
-                                   ":" + (c.rc == -22 ? "Invalid argument)" : "value too large)")));
-        }
-    }
+    });
+    EXPECT_EQ(Convert("{"), -22);
+    EXPECT_TRUE(Logged("Error", "OV_AgentRuleJsonStrToConf", "invalid rule string, not json"));
 }
 
 TEST_F(RuleConv, NatInfoFormsAndPorts) {

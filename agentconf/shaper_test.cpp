@@ -31,16 +31,6 @@ std::string Shaper(const std::string &extra) {
 
 constexpr const char *kDist = R"("bandDist": [1, 2, 3, 4, 5, 6, 7, 8], )";
 
-std::string Items(int n, int base) {
-    std::string out = "[";
-    for (int i = 0; i < n; ++i) {
-        out += (i ? ", " : "") + std::string(R"({"priority": )") + std::to_string(i) +
-               R"(, "inkbps": )" + std::to_string(base + i) + R"(, "outkbps": )" +
-               std::to_string(base + 1000 + i) + "}";
-    }
-    return out + "]";
-}
-
 std::string Block(const char *key, int num, const std::string &items) {
     return std::string("\"") + key + R"(": {"sharePriority": 3, "num": )" + std::to_string(num) +
            R"(, "bandLimit": )" + items + "}";
@@ -49,27 +39,9 @@ std::string Block(const char *key, int num, const std::string &items) {
 class ShaperTest
     : public ovtest::RecordConverterTest<AgentShaperConf, OV_AgentShaperJsonStrToConf> {
   protected:
-    void SetUp() override {
-        RecordConverterTest::SetUp();
-        ovtest::StdoutCapture quiet;
-        AgentMemModuleRegister();
-    }
-    void TearDown() override {
-        {
-            ovtest::StdoutCapture quiet;
-            AgentMemModuleUnregister();
-        }
-        RecordConverterTest::TearDown();
-    }
-
     static Expected &PutItem(Expected &e, size_t offset, uint8_t priority, uint32_t in,
                              uint32_t out) {
         return e.Put(offset, priority).Put(offset + 4, in).Put(offset + 8, out);
-    }
-    static AgentShaperConf ConfOf(const Expected &e) {
-        AgentShaperConf conf;
-        std::memcpy(&conf, e.bytes.data(), sizeof conf);
-        return conf;
     }
 
     // The record as JSON text, empty when the conversion gave null; what it
@@ -90,18 +62,18 @@ TEST_F(ShaperTest, PlacesEveryFieldAtItsOffset) {
     const std::string text = R"({"shaperId": 9, "sharedNum": 0, "persistentFlag": 1, )"
                              R"("wanKbps": 305419896, "wanInKbps": -2, "inBurstMs": 65535, )"
                              R"("outBurstMs": 258, "bandDist": [1, 255, 256, -1, 300, 0, 7, 8], )" +
-                             Block("bandLimit", 2, Items(2, 500)) + ", " +
-                             Block("guaranteeBandLimit", 1, Items(1, 70000)) + "}";
+                             Block("bandLimit", 2, ovtest::ShaperItems(2, 500)) + ", " +
+                             Block("guaranteeBandLimit", 1, ovtest::ShaperItems(1, 70000)) + "}";
     ASSERT_EQ(Convert(text), 0) << log;
     Expected e;
     e.Bytes(0, {9, 1, 0}).U32(4, 305419896).U32(8, 0xFFFFFFFE);
     e.U16(12, 65535).U16(14, 258);
     e.Bytes(16, {1, 255, 0, 255, 44, 0, 7, 8}); // low 8 bits of each item
     e.Bytes(24, {9, 3, 2});
-    PutItem(e, 28, 0, 500, 1500);
-    PutItem(e, 40, 1, 501, 1501);
+    PutItem(e, 28, 200, 500, 1000);
+    PutItem(e, 40, 201, 501, 1001);
     e.Bytes(125, {3, 1}); // byte 124 keeps 0: only the first block has the id
-    PutItem(e, 128, 0, 70000, 71000);
+    PutItem(e, 128, 200, 70000, 140000);
     EXPECT_TRUE(Same(e));
     EXPECT_EQ(ovtest::Lines(log).size(), 1u) << log; // only the text is logged
     EXPECT_TRUE(
@@ -112,9 +84,9 @@ TEST_F(ShaperTest, BlocksTakeTheArraySizeAndNullItemsAreNotices) {
     Expected e; // Shaper() with kDist
     e.Bytes(0, {7, 0, 1}).U32(4, 10).U32(8, 20);
     e.U16(12, 30).U16(14, 40).Bytes(16, {1, 2, 3, 4, 5, 6, 7, 8});
-    ASSERT_EQ(Convert(Shaper(kDist + Block("bandLimit", 2, Items(1, 10)))), 0);
+    ASSERT_EQ(Convert(Shaper(kDist + Block("bandLimit", 2, ovtest::ShaperItems(1, 10)))), 0);
     Expected adopted = e;
-    EXPECT_TRUE(Same(PutItem(adopted.Bytes(24, {7, 3, 1}), 28, 0, 10, 1010)));
+    EXPECT_TRUE(Same(PutItem(adopted.Bytes(24, {7, 3, 1}), 28, 200, 10, 20)));
     EXPECT_TRUE(Logged("Warning", "_OV_AgentShaperJsonToConf",
                        "array size is not equal to WanEngineConf->BandLimit.Num, use array size"));
 
@@ -128,70 +100,58 @@ TEST_F(ShaperTest, BlocksTakeTheArraySizeAndNullItemsAreNotices) {
 }
 
 TEST_F(ShaperTest, MessagesNameWhatWasMissingOrRefused) {
-    struct Case {
-        std::string text;
-        int32_t rc;
-        const char *level;
-        const char *message;
-    };
-    const Case cases[] = {
+    const Message cases[] = {
         // Required keys, in reading order.
-        {R"({"persistentFlag": true})", -22, "Error", "Lack of shaperId"},
-        {R"({"shaperId": 256})", -132, "Error", "Lack of shaperId"},
-        {R"({"shaperId": 1})", -22, "Error", "Lack of wanInKbps"},
-        {R"({"shaperId": 1, "wanInKbps": 2147483647})", -132, "Error", "Lack of wanInKbps"},
-        {R"({"shaperId": 1, "wanInKbps": 1, "wanKbps": "fast"})", -22, "Error", "Lack of wanKbps"},
-        {R"({"shaperId": 1, "wanInKbps": 1, "wanKbps": 1, "inBurstMs": 65536})", -132, "Error",
+        {R"({"persistentFlag": true})", -22, "Lack of shaperId"},
+        {R"({"shaperId": 256})", -132, "Lack of shaperId"},
+        {R"({"shaperId": 1})", -22, "Lack of wanInKbps"},
+        {R"({"shaperId": 1, "wanInKbps": 2147483647})", -132, "Lack of wanInKbps"},
+        {R"({"shaperId": 1, "wanInKbps": 1, "wanKbps": "fast"})", -22, "Lack of wanKbps"},
+        {R"({"shaperId": 1, "wanInKbps": 1, "wanKbps": 1, "inBurstMs": 65536})", -132,
          "Lack of inBurstMs"},
-        {R"({"shaperId": 1, "wanInKbps": 1, "wanKbps": 1, "inBurstMs": 1})", -22, "Error",
+        {R"({"shaperId": 1, "wanInKbps": 1, "wanKbps": 1, "inBurstMs": 1})", -22,
          "Lack of outBurstMs"},
         {R"({"shaperId": 1, "wanInKbps": 1, "wanKbps": 1, "inBurstMs": 1, "outBurstMs": 1})", -22,
-         "Error", "Lack of persistentFlag"},
-        {Shaper(R"("sharedNum": 256)"), 0, "Debug", "Lack of sharedNum, set to default value 1"},
+         "Lack of persistentFlag"},
+        {Shaper(R"("sharedNum": 256)"), 0, "Lack of sharedNum, set to default value 1", nullptr,
+         "Debug"},
         // bandDist.
-        {Shaper(R"("bandDist": [1, 2, 3, 4, 5, 6, 7])"), -22, "Error", "Band Dist num is invalid"},
-        {Shaper(R"("bandDist": [1, 2, 3, 4, 5, 6, 7, 8, 9])"), -22, "Error",
-         "Band Dist num is invalid"},
-        {Shaper(R"("bandDist": {"0": 1})"), -22, "Error", "Invalid format, bandDist is not array!"},
-        {Shaper(R"("bandDist": null)"), -22, "Error", "Invalid format, bandDist is not array!"},
-        {Shaper(R"("bandDist": [1, 2, 3, null, 5, 6, 7, 8])"), -22, "Error",
-         "empty [3] item for bandDist"},
+        {Shaper(R"("bandDist": [1, 2, 3, 4, 5, 6, 7])"), -22, "Band Dist num is invalid"},
+        {Shaper(R"("bandDist": [1, 2, 3, 4, 5, 6, 7, 8, 9])"), -22, "Band Dist num is invalid"},
+        {Shaper(R"("bandDist": {"0": 1})"), -22, "Invalid format, bandDist is not array!"},
+        {Shaper(R"("bandDist": null)"), -22, "Invalid format, bandDist is not array!"},
+        {Shaper(R"("bandDist": [1, 2, 3, null, 5, 6, 7, 8])"), -22, "empty [3] item for bandDist"},
         // The null-item test of the band-limit loops looks at the last
         // "bandDist" item: without "bandDist" any item fails (kept on purpose).
-        {Shaper(Block("bandLimit", 1, Items(1, 10))), -22, "Error", "empty [0] item for bandLimit"},
-        {Shaper(Block("guaranteeBandLimit", 1, Items(1, 10))), -22, "Error",
+        {Shaper(Block("bandLimit", 1, ovtest::ShaperItems(1, 10))), -22,
+         "empty [0] item for bandLimit"},
+        {Shaper(Block("guaranteeBandLimit", 1, ovtest::ShaperItems(1, 10))), -22,
          "empty [0] item for bandLimit"},
         // Block headers and arrays.
-        {Shaper(kDist + std::string(R"("bandLimit": {"num": 1})")), -22, "Error",
-         "Lack of bandLimit"},
-        {Shaper(kDist + std::string(R"("bandLimit": {"num": 1, "bandLimit": {}})")), -22, "Error",
+        {Shaper(kDist + std::string(R"("bandLimit": {"num": 1})")), -22, "Lack of bandLimit"},
+        {Shaper(kDist + std::string(R"("bandLimit": {"num": 1, "bandLimit": {}})")), -22,
          "Invalid format, bandLimit is not array!"},
         {Shaper(kDist + std::string(R"("guaranteeBandLimit": {"num": 1, "bandLimit": 5})")), -22,
-         "Error", "Invalid format, bandLimit is not array!"},
-        {Shaper(kDist + std::string(R"("bandLimit": {"num": 1, "bandLimit": [{}]})")), 0, "Debug",
-         "Bandlimit sharePriority is not set"},
+         "Invalid format, bandLimit is not array!"},
+        {Shaper(kDist + std::string(R"("bandLimit": {"num": 1, "bandLimit": [{}]})")), 0,
+         "Bandlimit sharePriority is not set", nullptr, "Debug"},
         // Without a num the items are not read at all.
         {Shaper(kDist + std::string(R"("bandLimit": {"sharePriority": 1, "bandLimit": 5})")), 0,
-         "Debug", "Bandlimit num is not set"},
-        {Shaper(kDist + std::string(R"("bandLimit": {"num": 300, "bandLimit": 5})")), 0, "Debug",
-         "Bandlimit num is not set"},
+         "Bandlimit num is not set", nullptr, "Debug"},
+        {Shaper(kDist + std::string(R"("bandLimit": {"num": 300, "bandLimit": 5})")), 0,
+         "Bandlimit num is not set", nullptr, "Debug"},
         // The 17th item of the first block and the 9th of the second would leave the record.
-        {Shaper(kDist + Block("bandLimit", 17, Items(17, 100))), -22, "Error",
+        {Shaper(kDist + Block("bandLimit", 17, ovtest::ShaperItems(17, 100))), -22,
          "Invalid format, bandLimit is not array!"},
-        {Shaper(kDist + Block("guaranteeBandLimit", 9, Items(9, 100))), -22, "Error",
+        {Shaper(kDist + Block("guaranteeBandLimit", 9, ovtest::ShaperItems(9, 100))), -22,
          "Invalid format, bandLimit is not array!"},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.text);
-        EXPECT_EQ(Convert(c.text), c.rc);
-        EXPECT_TRUE(Logged(c.level, "_OV_AgentShaperJsonToConf", c.message)) << log;
-        if (c.rc != 0) {
-            EXPECT_EQ(ovtest::CountOf(log, "<Error:"), 2u) << log; // its own and the entry's
-            EXPECT_TRUE(Logged("Error", "OV_AgentShaperJsonStrToConf",
-                               "Json to data struct failed(" + std::to_string(-c.rc) + ":" +
-                                   OV_StrError(-c.rc) + ")"));
-        }
-    }
+    ExpectMessages("_OV_AgentShaperJsonToConf", "OV_AgentShaperJsonStrToConf", cases,
+                   [this](const Message &c) {
+                       if (c.rc != 0) { // its own and the entry's
+                           EXPECT_EQ(ovtest::CountOf(log, "<Error:"), 2u) << log;
+                       }
+                   });
     for (const char *text : {"", "{", "shaperId=1"}) {
         EXPECT_EQ(Convert(text), -22);
         EXPECT_TRUE(
@@ -222,7 +182,7 @@ TEST_F(ShaperTest, PrintsFieldsFromTheirOwnOffsetsAndRatesAsSigned32BitIntoAgent
     MemModuleStats before{};
     MemModuleStats after{};
     ASSERT_EQ(MemModuleGetStats(g_agentMemModule, &before), 0);
-    *conf = ConfOf(e);
+    std::memcpy(conf.get(), e.bytes.data(), sizeof *conf);
     char *text = nullptr;
     {
         ovtest::StdoutCapture cap;
@@ -246,23 +206,15 @@ TEST_F(ShaperTest, ReceivedNumIsBoundedByTheRecord) {
     std::memset(conf.get(), 0xA5, sizeof *conf);
     conf->bandLimit.num = 200;
     conf->guaranteeBandLimit.num = 200;
-    OV_JsonPtr printed(json_tokener_parse(Print(*conf).c_str()));
     OV_JsonPtr decoded(OV_RecordSpecOf(RecordKind::Shaper)
                            .decode(reinterpret_cast<const uint8_t *>(conf.get()), sizeof *conf));
-    for (json_object *root : {printed.get(), decoded.get()}) {
-        ASSERT_NE(root, nullptr);
-        const struct {
-            const char *key;
-            size_t items;
-        } blocks[] = {{"bandLimit", 16}, {"guaranteeBandLimit", 8}};
-        for (const auto &b : blocks) {
-            SCOPED_TRACE(b.key);
-            json_object *block = nullptr;
-            json_object *arr = nullptr;
-            ASSERT_TRUE(json_object_object_get_ex(root, b.key, &block));
-            ASSERT_TRUE(json_object_object_get_ex(block, "bandLimit", &arr));
-            EXPECT_EQ(json_object_array_length(arr), b.items);
-        }
+    ASSERT_NE(decoded, nullptr);
+    for (const std::string &text :
+         {Print(*conf), std::string(json_object_to_json_string(decoded.get()))}) {
+        const size_t second = text.find("guaranteeBandLimit");
+        ASSERT_NE(second, std::string::npos) << text;
+        EXPECT_EQ(ovtest::CountOf(text.substr(0, second), "\"priority\""), 16u) << text;
+        EXPECT_EQ(ovtest::CountOf(text.substr(second), "\"priority\""), 8u) << text;
     }
 }
 
@@ -287,8 +239,9 @@ TEST_F(ShaperTest, PrintedTextConvertsBackToTheSameBytes) {
         // Negative rates come back from the signed print as the same bits.
         Shaper(kDist + Block("bandLimit", 1, R"([{"priority": 1, "inkbps": -5, "outkbps": -1}])")),
         // Both blocks full, the first one running on over the second.
-        Shaper(kDist + std::string(R"("sharedNum": 4, )") + Block("bandLimit", 16, Items(16, 7)) +
-               ", " + Block("guaranteeBandLimit", 8, Items(8, 900000))),
+        Shaper(kDist + std::string(R"("sharedNum": 4, )") +
+               Block("bandLimit", 16, ovtest::ShaperItems(16, 7)) + ", " +
+               Block("guaranteeBandLimit", 8, ovtest::ShaperItems(8, 900000))),
     };
     for (const std::string &text : texts) {
         SCOPED_TRACE(text);
