@@ -74,6 +74,7 @@ TEST_F(ImcConfClientTest, GetCopiesReplyDataAndJudgesItsSize) {
         {"exact size", data, 8, 0, 8, nullptr},
         {"room to spare", data, 12, 0, 8, nullptr},
         {"truncated", data, 5, -119, 5, "The 10(513) reply data is truncated"},
+        {"one byte", data, 1, -119, 1, "The 10(513) reply data is truncated"},
         {"no data", {}, 8, -120, 0, "The 10(513) request can't get reply data"},
     };
     for (const Case &c : cases) {
@@ -118,6 +119,7 @@ TEST_F(ImcConfClientTest, RequestGoesOnlyWithPointerAndLengthAndTheReplyToTheHan
     EXPECT_EQ(OV_ImcConfGet(15, 7, "abcd", 0, reply, 3), 0);
     EXPECT_EQ(OV_ImcConfGet(15, 7, nullptr, 4, reply, 3), 0);
     EXPECT_EQ(OV_ImcConfGet(15, 7, "abcd", 4, reply, 3), 0);
+    EXPECT_EQ(OV_ImcConfSet(15, 7, nullptr, 4), -22) << "a set without its record sends nothing";
     Seen seen;
     EXPECT_EQ(OV_ImcConfGetByFunc(4, 0x21, "q", 1, Remember, &seen), 42);
     EXPECT_EQ(seen.reply, (Bytes{7, 8, 9}));
@@ -268,6 +270,10 @@ TEST_F(ImcConfClientTest, ExitTwiceReleasesEverythingOnce) {
     EXPECT_NE(msg, nullptr);
     OV_FlexMsgFree(msg);
     EXPECT_EQ(CountOf(capture.Take(), "unregister memory module FlexMsg"), 0u);
+    StdoutCapture refused;
+    OV_ImcConfClientSetPipeName(std::wstring(256, L'x').c_str()); // the name stays
+    ExpectOnlyLine(refused.Take(), "<Error>", "OV_ImcConfClientSetPipeName",
+                   "Pipe name of 256 characters is too long");
     ASSERT_EQ(OV_ImcConfClientInit(), 0);
     ASSERT_EQ(OV_ImcConfClientInit(), 0) << "a second start first releases the first";
     EXPECT_EQ(OV_ImcConfSet(10, 1, nullptr, 0), 0);

@@ -59,6 +59,13 @@ TEST(ImcPipePosixPath, MapsPipeNamesIntoThePipeDirectory) {
     EXPECT_EQ(PathOf((longName + L"n").c_str()), "-");
 }
 
+// The lowest free descriptor: one leaked below it moves it.
+int LowestFreeFd() {
+    int fd = open("/dev/null", O_RDONLY);
+    close(fd);
+    return fd;
+}
+
 class ImcPipePosixTest : public testing::Test {
   protected:
     void SetUp() override {
@@ -87,11 +94,21 @@ TEST_F(ImcPipePosixTest, StaleSocketIsNoServerAndIsReplaced) {
     MakeStaleSocket();
     OV_PipeHandle h = OV_INVALID_PIPE_HANDLE;
     StdoutCapture capture;
+    const int lowest = LowestFreeFd();
     EXPECT_EQ(OV_ImcConnect(name_.c_str(), 0, &h), -2);
+    EXPECT_EQ(LowestFreeFd(), lowest) << "the refused socket is closed";
     ExpectLine(capture.Take(), "<Error>", "OV_ImcConnect", "Fail to connect pipe! error code=2");
     OV_PipeServer *server = nullptr;
     ASSERT_EQ(OV_PipeServerCreate(name_.c_str(), 3, &server), 0);
     EXPECT_EQ(OV_ImcConnect(name_.c_str(), 0, &h), 0);
+    // An agent started without stdin gets descriptor 0 for its first client.
+    const int stdinFd = dup(0);
+    close(0);
+    OV_PipeConn *conn = nullptr;
+    EXPECT_EQ(OV_PipeServerAccept(server, 1000, &conn), 0);
+    OV_PipeConnClose(conn);
+    dup2(stdinFd, 0);
+    close(stdinFd);
     OV_ImcClose(h);
     OV_PipeServerDestroy(server);
 }

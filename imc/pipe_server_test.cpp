@@ -125,7 +125,7 @@ TEST_F(PipeServerTest, ClientOfAnInstanceListenedOnAnEndedThreadIsServed) {
 
 TEST_F(PipeServerTest, ReadsResumeAfterAPauseAndReportTheClientLeavingAndTimeOuts) {
     std::wstring name = UniquePipeName("gone");
-    std::array<int32_t, 3> rcs{};
+    std::array<int32_t, 4> rcs{};
     std::array<size_t, 2> got{99, 99};
     uint8_t buf[16] = {};
     {
@@ -133,6 +133,7 @@ TEST_F(PipeServerTest, ReadsResumeAfterAPauseAndReportTheClientLeavingAndTimeOut
             rcs[0] = OV_PipeConnRead(conn, buf, 8, 50, nullptr);
             rcs[1] = OV_PipeConnRead(conn, buf, 8, 3000, &got[0]);
             rcs[2] = OV_PipeConnRead(conn, buf + 8, 8, 3000, &got[1]);
+            rcs[3] = OV_PipeConnWrite(conn, "x", 1, 1000);
         });
         ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &handle_), 0);
         OV_SleepMs(200);
@@ -144,7 +145,7 @@ TEST_F(PipeServerTest, ReadsResumeAfterAPauseAndReportTheClientLeavingAndTimeOut
         handle_ = OV_INVALID_PIPE_HANDLE;
         WaitServed(server);
     }
-    EXPECT_EQ(rcs, (std::array<int32_t, 3>{-138, 0, -32}));
+    EXPECT_EQ(rcs, (std::array<int32_t, 4>{-138, 0, -32, -32}));
     EXPECT_EQ(got, (std::array<size_t, 2>{8, 3}));
     EXPECT_EQ(std::string(buf, buf + 16), std::string("abcdefghijk") + std::string(5, '\0'));
 }

@@ -22,8 +22,9 @@ TEST_F(ImcPipeTest, ReadInPiecesDeliversExactlyNAndRaisesLengthOnce) {
     const Bytes reply = Pattern(40, 7);
     std::wstring name = UniquePipeName("pieces");
     TestServer server(name, [&](TestServer &, OV_PipeConn *conn, int) {
-        // In pieces with pauses, so the reader sees part at once and waits for the rest.
-        const size_t cuts[] = {0, 5, 17, reply.size()};
+        // In pieces with pauses (the first a single byte), so the reader sees part
+        // at once and waits for the rest.
+        const size_t cuts[] = {0, 1, 17, reply.size()};
         for (int i = 0; i < 3; ++i) {
             ASSERT_EQ(OV_PipeConnWrite(conn, &reply[cuts[i]], cuts[i + 1] - cuts[i], 1000), 0);
             OV_SleepMs(60);
