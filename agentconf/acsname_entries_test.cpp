@@ -115,6 +115,13 @@ TEST_F(AcsNameEntries, RefusesMoreEntriesOrSetsThanTheRecordHolds) {
     EXPECT_EQ(Convert(with("ipset", ACSNAME_SET_MAX + 1, "\"s\"")), -22);
     EXPECT_EQ(conf_.ipSetNum, ACSNAME_SET_MAX);
     EXPECT_NE(out_.find("Json to conf for ipset failed(22:Invalid argument)"), std::string::npos);
+    AgentMemModuleUnregister(); // no memory for the entries
+    for (const char *list : {"iplist", "domainlist"}) {
+        EXPECT_EQ(Convert(with(list, 1, "\"10.0.0.1\"")), -12);
+        EXPECT_NE(out_.find(list[0] == 'i' ? "] Get ip entries num failed\n"
+                                           : "] Get domain entries num failed\n"),
+                  std::string::npos);
+    }
 }
 
 TEST_F(AcsNameEntries, RecordNamesItsRequestsAndEachCarriesItsList) {
@@ -256,6 +263,9 @@ TEST(AcsNameEntryJson, ShowsEachEntryAndRefusesAnyOtherLength) {
                   std::string(ACSNAME_DOMAIN_LEN, 'x') + R"("}]})");
 
     // Shorter than the head, part of an entry, or another count than it holds.
+    RecordBytes<80> head; // of no entries
+    EXPECT_EQ(Json(OV_AgentAcsDomainRequestToJson(head.Text(4, "lab").bytes.data(), 80)),
+              R"({"id":0,"ascname":"lab","first":0,"count":0,"domains":[]})");
     for (size_t len : {size_t{0}, size_t{79}, size_t{80}, size_t{80 + 255}, size_t{80 + 256}}) {
         SCOPED_TRACE(len);
         EXPECT_EQ(OV_AgentAcsDomainRequestToJson(domains.bytes.data(), len), nullptr);

@@ -221,6 +221,12 @@ std::vector<Sample> RuleSamples() {
             "DstIp": [{"IpType": 1, "Ip6": "1::2", "Mask": 3}, {"IpType": 9, "Mask": 4}],
             "DstIpApiFlag": true, "DstIpApiType": 0, "SrcIpSetFlag": true,
             "SrcIpSetName": "a\u0001\"b\\c"}, "Actions": {}})"},
+        // A range list with no name over it keeps its IpType; one under a name
+        // shows IPv6 for its ninth byte alone.
+        {R"({"Zone": 1, "VpnId": 1, "Id": 1, "RuleVer": 1, "Match": {"SrcIpNum": 1,
+            "SrcIpRangeFlag": true, "SrcIpRange": [{"IpType": 1, "LowerIpv6": "1::", "UpperIpv6": "2::"}],
+            "DstIpNum": 1, "DstIpSetFlag": true, "DstIpSetName": "s", "DstIpRange": [{"IpType": 1,
+            "LowerIpv6": "0:0:100::", "UpperIpv6": "ffff:ffff::"}]}, "Actions": {}})"},
         // A delete carries the table's zone and the id.
         {"", {R"("Zone":7,)", R"("Id":-294967296,)"}, {{2, 7}, {16, 4000000000u}}},
     };
@@ -349,7 +355,8 @@ std::vector<KindSamples> AllSamples() {
               "IpAddr": "0.0.0.0", "Ip6Addr": "2001:db8:0:0:1:0:3:4", "PersistentFlag": true})",
            // The longest run of two or more zero groups is the one compressed.
            {R"("Ip6Addr":"2001:db8::1:0:3:4")"}},
-          {R"({"Type": 1, "SiteIpId": 0, "SiteId": 1, "Ip6Addr": "::ffff:1.2.3.4"})"},
+          {R"({"Type": 1, "SiteIpId": 0, "SiteId": 1, "Ip6Addr": "::ffff:1.2.3.4"})",
+           {R"("Ip6Addr":"::ffff:102:304")"}},
           // A delete: type, wan id, client id at 8 and VPN id at 12.
           {"",
            {R"({"Type":1,"VpnId":9,"SiteIpId":3,"PersistentFlag":false,"CustomerId":0,)"

@@ -81,6 +81,9 @@ TEST_F(RuleConv, EachFormGivesItsBytes) {
          Base().Bytes(kMatch, {1}).U32(kSrc, 0x0A010203).Bytes(kSrc + 16, {0, 8})},
         {Rule(R"({"SrcIpNum": 1, "SrcIp": [{"IpType": 7, "Ip": "1.2.3.4", "Mask": 9}]})"),
          Base().Bytes(kMatch, {1}).Bytes(kSrc + 16, {7, 9})},
+        // Ports keep their low 16 bits.
+        {Rule(R"({"SrcPortNum": 1, "SrcPort": [{"LowerPort": 65616, "UpperPort": 443}]})"),
+         Base().U16(kMatch + 2, 1).U16(kMatch + 4704, 80).U16(kMatch + 4706, 443)},
         // Conditional action values are read only with their flags.
         {Rule("", R"({"SetVpnId": 5, "SetPolicyId": 6, "SetDscpValue": 7})"), Base()},
         {Rule("", R"({"SetVpnFlag": true, "SetPolicyFlag": true, "SetDscpFlag": true,
@@ -137,6 +140,8 @@ TEST_F(RuleConv, MessagesNameWhatWasMissingOrRefused) {
          "Rule lack of actions", kRuleFn},
         {m(R"("SrcIpNum": 300)"), 0, "Rule match conf not set SrcIpNum!", kMatchFn, "Debug"},
         {act(R"("SetVpnFlag": true)"), 0, "Rule actions conf not set SetVpnId!", kActFn, "Debug"},
+        {act(R"("SetDscpFlag": true)"), 0, "Rule actions conf not set SetDscpValue!", kActFn,
+         "Debug"},
         // Deliberate texts naming the wrong count or array.
         {m(R"("DstIpNum": 2, "DstIpSetFlag": true, "DstIpSetName": "s", "DstIpRange": [)" + range +
            "]"),
@@ -156,6 +161,7 @@ TEST_F(RuleConv, MessagesNameWhatWasMissingOrRefused) {
          "Get Priority failed", kActFn},
         {act(R"("DnatFlag": true, "NatInfo": {"NatIpMode": 1, "IpMasks": {}})"), -22,
          "Invalid format, OutputArray is not array!", kActFn},
+        {nat(R"("NatIpMode": 1, "IpMasks": [null])"), -22, "empty [0] item for ipMasks", kActFn},
         {act(R"("DnatFlag": true, "NatInfo": {"NatIpMode": 2})"), -22,
          "Rule actions natInfo lack of IpRanges", kActFn},
         {nat(R"("NatIpMode": 3, "Ips": "1.1.1.1")"), -22, "Invalid format, DnsHost is not array!",
