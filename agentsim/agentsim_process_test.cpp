@@ -10,6 +10,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <utility>
 
 namespace {
 
@@ -107,6 +108,7 @@ TEST_F(AgentsimProcess, ServesJournalsOnStdoutAndStopsCleanly) {
     // Log lines never reach the journal's stream; the banner is on stderr.
     const std::string socket = pipeDir_.empty() ? "" : pipeDir_ + "/" + ShortName();
     EXPECT_NE(proc_->Stderr().find("serving " + socket), std::string::npos) << proc_->Stderr();
+    EXPECT_EQ(proc_->Stderr().find("ready file"), std::string::npos) << proc_->Stderr();
 
     if (!proc_->Interrupt()) {
         GTEST_SKIP() << "this system cannot send the child a stop request";
@@ -145,6 +147,24 @@ TEST_F(AgentsimProcess, RefusesToStartFromABrokenStateFile) {
     EXPECT_EQ(r.exitStatus, 1);
     EXPECT_NE(r.err.find("not a JSON text"), std::string::npos) << r.err;
     EXPECT_FALSE(std::filesystem::exists(ReadyFile()));
+}
+
+TEST_F(AgentsimProcess, RefusesToStartOnPathsTheSystemRefuses) {
+    if (pipeDir_.empty()) {
+        GTEST_SKIP() << "named pipes have no socket path";
+    }
+    // A socket path longer than a socket address holds; a state file name
+    // past the system's limit, which is no absent (empty) state.
+    const std::pair<std::vector<std::string>, const char *> cases[] = {
+        {{"--pipe-name", std::string(120, 'n')}, "is the name or socket path too long?"},
+        {{"--state", dir_.File(std::string(300, 's'))}, "cannot read it"}};
+    for (const auto &[args, says] : cases) {
+        std::vector<std::string> argv = {OV_AGENTSIM_PATH};
+        argv.insert(argv.end(), args.begin(), args.end());
+        ovtest::ProcessResult r = ovtest::RunProcess(argv, kStopMs);
+        EXPECT_EQ(r.exitStatus, 1);
+        EXPECT_NE(r.err.find(says), std::string::npos) << r.err;
+    }
 }
 
 } // namespace

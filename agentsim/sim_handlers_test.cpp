@@ -93,8 +93,8 @@ const KindCase kKinds[] = {
      {},
      {{548, ~0u}, {552, ~0u}}}, // the all-ones stamp
     {"set_ratelimit", "del_ratelimit", {{0, 7}}, 8, 12},
-    // The names "off" and "pff"; the id is no part of the key.
-    {"set_acsname", "del_acsname", {{4, 0x0066666F}}, 0x00666670, 72, {{0, 12}}},
+    // The names "off" and "pff"; the id and bytes past the name's end are no part of the key.
+    {"set_acsname", "del_acsname", {{4, 0x0066666F}}, 0x00666670, 72, {{0, 12}}, {{8, 0xEEEEEEEE}}},
     {"set_shaper_conf", "del_shaper_conf", {{0, 9}}, 10, 4},
     {"set_policy", "del_policy", {{0, 1u << 16}, {16, 77}}, 2u << 16, 8}, // zone 1, then 2
     {"set_dns_proxy", "del_dns_proxy", {{16, 77}, {0, 1u << 16}}, 78, 8},

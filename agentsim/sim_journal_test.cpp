@@ -33,19 +33,21 @@ TEST(SimJournal, LinesHaveEveryFieldInOrder) {
               R"("command":"set_ratelimit","status":-2,"length":4,"payload":"0500abff",)"
               R"("record":{"RateLimitId":5,"Name":"a/b"}})"
               "\n");
+    EXPECT_EQ(json_object_put(record.release()), 1) << "the line keeps the record";
 }
 
 TEST(SimJournal, LinesAreUtf8WhateverTheRecordsTextsHold) {
     // A name field with bytes that are not UTF-8, around well-formed ones.
     OV_JsonPtr record(json_object_new_object());
-    const char raw[] = "a\xff\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\xc3(\xed\xa0\x80\xc0\xaf\xf4\x90";
+    const char raw[] =
+        "a\xff\xc2\x80\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\xc3(\xed\xa0\x80\xc0\xaf\xf4\x90";
     json_object_object_add(record.get(), "name", json_object_new_string(raw));
     SimJournalEntry e = Entry();
     e.record = record.get();
     std::string line = SimJournalLine(e);
     // Well-formed sequences pass; every other byte reads as U+0080..U+00FF.
     const std::string expected =
-        "\"record\":{\"name\":\"a\\u00ff\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80"
+        "\"record\":{\"name\":\"a\\u00ff\xc2\x80\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80"
         "\\u00c3(\\u00ed\\u00a0\\u0080\\u00c0\\u00af\\u00f4\\u0090\"}";
     EXPECT_NE(line.find(expected), std::string::npos) << line;
 }

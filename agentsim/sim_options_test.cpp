@@ -59,14 +59,15 @@ TEST(SimOptions, RefusesBadOptionsWithAMessage) {
     // clang-format off
     const std::string bad[] = {
         "--nope", "pipe", "-h", "--help=1", "--journal", "--instances|0", "--instances|65",
-        "--instances|-1", "--instances|3x", "--pipe-name|a/b", "--pipe-name|a\\b", "--pipe-name|",
-        "--pipe-name|a b", "--sa-role|3", "--sa-local-port|65536", "--sa-cal-queue-len|256",
-        "--sa-master-ip|10.0.0", "--sa-master-ip|10.0.0.256", "--sa-master-ip|10.0.0.1.2",
-        "--sa-master-ip|10..0.1", "--sa-master-cpe-id|4294967296", "--fault-status|10:1",
-        "--fault-status|10:1=1", "--fault-status|10:1=-5x", "--fault-status|10:1=-2147483649", "--fault-status|25:1=-5",
+        "--instances|-1", "--instances|3x", "--sa-local-port|+1", "--pipe-name|a/b",
+        "--pipe-name|a\\b", "--pipe-name|", "--pipe-name|a b", "--sa-role|3",
+        "--sa-local-port|65536", "--sa-cal-queue-len|256", "--sa-master-ip|10.0.0",
+        "--sa-master-ip|10.0.0.256", "--sa-master-ip|10.0.0.1.2", "--sa-master-ip|10..0.1",
+        "--sa-master-cpe-id|4294967296", "--fault-status|10:1", "--fault-status|10:1=1",
+        "--fault-status|10:1=-5x", "--fault-status|10:1=-2147483649", "--fault-status|25:1=-5",
         "--fault-status|10:x=-5", "--fault-status|10:65536=-5", "--fault-status|10=-5",
-        "--fault-delay|10:1=-1", "--fault-delay|10:1=3600001", "--fault-close|10:1=5",
-        "--fault-garbage|10"};
+        "--fault-delay|10:1=-1", "--fault-delay|10:1= 5", "--fault-delay|10:1=3600001",
+        "--fault-close|10:1=5", "--fault-garbage|10"};
     // clang-format on
     for (const std::string &text : bad) {
         SCOPED_TRACE(text);
@@ -115,8 +116,10 @@ TEST(SimOptions, EveryOptionTheHelpNamesIsOneTheParserKnows) {
 // says, and the statuses it names are the agent's.
 TEST(SimOptions, HelpListsTheFunctionsOfTheProtocol) {
     const std::string usage = SimUsage();
+    const CommandSpec &sa = *OV_CommandForWord("get_sa_cluster");
     for (const std::string &said :
-         {"answers " + std::to_string(-OV_ENOENT) + ";", "size " + std::to_string(-OV_EINVAL) + ";",
+         {"(module " + std::to_string(sa.Module()) + ", function " + std::to_string(sa.function),
+          "answers " + std::to_string(-OV_ENOENT) + ";", "size " + std::to_string(-OV_EINVAL) + ";",
           std::to_string(-OV_ENOSYS) + " with no data"}) {
         EXPECT_NE(usage.find(said), std::string::npos) << said;
     }

@@ -100,6 +100,7 @@ TEST_F(SimServer, RefusedHeaderIsJournaledAndTheConnectionClosedWithoutAReply) {
                            R"("error":"header check failed","length":9223372036854775808})"),
               std::string::npos)
         << journal;
+    EXPECT_EQ(journal.rfind(R"({"time":"20)", 0), 0u) << "stamped with the time of day";
     // The server goes on serving others.
     RawClient next(served.Name());
     EXPECT_EQ(next.Exchange(15, 4, {}), 0);

@@ -22,6 +22,8 @@ TEST(Formatters, CutAtTheBufferEndAndPrettyTextIsNullForNullTexts) {
     EXPECT_EQ(CmdSnprintf(buf, sizeof buf, "%s", "1234567"), 7u);
     EXPECT_EQ(CmdSnprintf(buf, sizeof buf, "%s", "12345678"), 8u);
     EXPECT_STREQ(buf, "1234567");
+    EXPECT_EQ(CmdSnprintf(buf, 1, "%s", "abc"), 1u);
+    EXPECT_STREQ(buf, "");
 
     char line[10];
     char *end = line + sizeof line;

@@ -38,6 +38,7 @@ TEST(KvScan, ReadsFromTheFirstCharacterAndStopsAtTheFirstMismatch) {
         {"zone=-1 id=1", 4294967295u, 1, 2}, // negative: two's complement
         {"zone=4294967296 id=1", 0, 1, 2},   // low 32 bits
         {"zone=99999999999999999999999 id=1", 4294967295u, 1, 2}, // overflow: all ones
+        {"zone=18446744073709551610 id=1", 4294967290u, 1, 2},    // the largest that fits
         {"zone=x id=1", 0, 0, 0},
         {"", 0, 0, 0},
     };

@@ -59,7 +59,8 @@ std::string WithoutLogLines(const std::string &out) {
 std::string AgentTest::Name() {
     // Short enough for a socket path (108 bytes) and unique per test and
     // test process, so tests run side by side, also when two builds' suites
-    // run at once on one machine (or in one Wine prefix).
+    // run at once on one machine (or in one Wine prefix). The capitals are
+    // letters a plain OV_PIPE_NAME may hold.
     const testing::TestInfo *info = testing::UnitTest::GetInstance()->current_test_info();
     std::string full = std::string(info->test_suite_name()) + "." + info->name();
     uint32_t hash = 2166136261u;
@@ -67,7 +68,7 @@ std::string AgentTest::Name() {
         hash = (hash ^ static_cast<uint8_t>(c)) * 16777619u;
     }
     char buf[32];
-    std::snprintf(buf, sizeof buf, "e2e%08x-%u", hash, static_cast<unsigned>(SimProcessId()));
+    std::snprintf(buf, sizeof buf, "e2eAZ%08x-%u", hash, static_cast<unsigned>(SimProcessId()));
     return buf;
 }
 

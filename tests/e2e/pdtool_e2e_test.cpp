@@ -104,6 +104,7 @@ TEST_F(Pdtool, EachCommandSendsItsRecordToItsModuleAndFunction) {
          Record(36).U8(0, 1).U8(1, 3).U32(8, 1).U32(12, 2)},
         {"del_pop_ip/clientid=4 vpnid=5 wanid=6", kAbsent, 3, 10,
          Record(36).U8(0, 2).U8(1, 6).U32(8, 4).U32(12, 5)},
+        {"del_pop_ip/vpnid=5 clientid=4 wanid=6", kAbsent, 3, 10, Record(36).U8(0, 2)},
         {Cmd("set_link", kUsageLinkSample), kSuccess, 3, 13,
          Record(44)
              .U32(0, 1)
@@ -151,6 +152,7 @@ TEST_F(Pdtool, LocalFailuresPrintTheirLinesAndSendNothing) {
         {"set_ratelimit/", "Convert ratelimit json str to conf failed\n"},
         {"set_ratelimit/{", "Convert ratelimit json str to conf failed\n"},
         {"set_ratelimit", "Invalid arg(null)\n"},
+        {"set_acsname", "Invalid arg(null)\n"},
         {"del_ratelimit/rid", "Missing expected args id\n"},
         {"del_policy/zone=1", "Missing expected args zone/id\n"},
         {"del_policy/", "Missing expected args zone/id\n"},
@@ -227,6 +229,8 @@ TEST_F(Pdtool, TunnelSetWithVpnIdAndDelete) {
     Request d = Journal().back();
     EXPECT_EQ(d.function, 19);
     EXPECT_EQ(d.payloadHex, Record(616).U32(4, 0x2C200001).U64(548, ~0ull).Hex());
+    AgentTest::Pdtool("del_tunnel/label=1 netid=2 vni=3"); // out of order: nothing read
+    EXPECT_EQ(Journal().back().payloadHex, Record(616).U64(548, ~0ull).Hex());
 }
 
 TEST_F(Pdtool, EngineParametersGoToWanZeroWithTheRowsCode) {
