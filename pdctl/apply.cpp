@@ -209,26 +209,11 @@ int Apply(const Options &opt) {
     }
     progress.Hide();
     if (rc < 0) {
-        std::fflush(stdout);
-        std::fprintf(stderr, "pdctl: reading %s failed: %d (%s)\n", input.Name(), rc,
-                     CmdErrorText(rc));
-        return kExitTrouble;
+        return ReadFailed(input, rc);
     }
-    if (opt.json) {
-        json_object *obj = json_object_new_object();
-        json_object_object_add(obj, "applied",
-                               json_object_new_int64(static_cast<int64_t>(counts.applied)));
-        json_object_object_add(obj, "failed",
-                               json_object_new_int64(static_cast<int64_t>(counts.failed)));
-        json_object_object_add(obj, "not_run",
-                               json_object_new_int64(static_cast<int64_t>(counts.notRun)));
-        PrintJsonLine(obj);
-    } else {
-        std::printf("%llu applied, %llu failed, %llu not run\n",
-                    static_cast<unsigned long long>(counts.applied),
-                    static_cast<unsigned long long>(counts.failed),
-                    static_cast<unsigned long long>(counts.notRun));
-    }
+    PrintSummary(opt.json, {{"applied", "applied", counts.applied},
+                            {"failed", "failed", counts.failed},
+                            {"not_run", "not run", counts.notRun}});
     return counts.failed == 0 && counts.notRun == 0 ? kExitOk : kExitFailed;
 }
 

@@ -66,26 +66,11 @@ int Check(const Options &opt) {
     }
     progress.Hide();
     if (rc < 0) {
-        std::fflush(stdout);
-        std::fprintf(stderr, "pdctl: reading %s failed: %d (%s)\n", input.Name(), rc,
-                     CmdErrorText(rc));
-        return kExitTrouble;
+        return ReadFailed(input, rc);
     }
-    if (opt.json) {
-        json_object *obj = json_object_new_object();
-        json_object_object_add(obj, "checked",
-                               json_object_new_int64(static_cast<int64_t>(checked)));
-        json_object_object_add(obj, "refused",
-                               json_object_new_int64(static_cast<int64_t>(refused)));
-        json_object_object_add(obj, "warnings",
-                               json_object_new_int64(static_cast<int64_t>(warned)));
-        PrintJsonLine(obj);
-    } else {
-        std::printf("%llu checked, %llu refused, %llu with warnings\n",
-                    static_cast<unsigned long long>(checked),
-                    static_cast<unsigned long long>(refused),
-                    static_cast<unsigned long long>(warned));
-    }
+    PrintSummary(opt.json, {{"checked", "checked", checked},
+                            {"refused", "refused", refused},
+                            {"warnings", "with warnings", warned}});
     if (refused > 0 || (opt.strict && warned > 0)) {
         return kExitFailed;
     }

@@ -3,11 +3,13 @@
 
 #include "base/errors.h"
 #include "base/platform.h"
+#include "pdctl/pdctl.h"
 #include "pdctl/terminal.h"
 
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
+#include <string>
 
 namespace pdctl {
 
@@ -119,6 +121,28 @@ void PrintJsonLine(json_object *obj) {
     std::puts(json_object_to_json_string_ext(obj, JSON_C_TO_STRING_PLAIN |
                                                       JSON_C_TO_STRING_NOSLASHESCAPE));
     json_object_put(obj);
+}
+
+void PrintSummary(bool json, std::initializer_list<SummaryCount> counts) {
+    if (json) {
+        json_object *obj = json_object_new_object();
+        for (const SummaryCount &c : counts) {
+            json_object_object_add(obj, c.key, json_object_new_int64(static_cast<int64_t>(c.n)));
+        }
+        PrintJsonLine(obj);
+        return;
+    }
+    std::string line;
+    for (const SummaryCount &c : counts) {
+        line += (line.empty() ? "" : ", ") + std::to_string(c.n) + " " + c.text;
+    }
+    std::puts(line.c_str());
+}
+
+int ReadFailed(const InputFile &input, int32_t rc) {
+    std::fflush(stdout);
+    std::fprintf(stderr, "pdctl: reading %s failed: %d (%s)\n", input.Name(), rc, CmdErrorText(rc));
+    return kExitTrouble;
 }
 
 Progress::Progress() : enabled_(StderrIsTerminal()), start_(OV_GetTickCount64()) {}

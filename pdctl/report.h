@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
@@ -58,6 +59,18 @@ void AddResult(json_object *obj, int32_t result);
 void AddMessages(json_object *obj, std::string_view text);
 /// Writes obj as one line on standard output and releases it.
 void PrintJsonLine(json_object *obj);
+
+/// One count of the summary line: its JSON key, its text and its number.
+struct SummaryCount {
+    const char *key;
+    const char *text;
+    uint64_t n;
+};
+/// The run's last line: {"key":N,...} with --json, else "N text, N text, ...".
+void PrintSummary(bool json, std::initializer_list<SummaryCount> counts);
+/// Says on standard error that reading the input failed at rc; returns the
+/// exit status for it.
+int ReadFailed(const InputFile &input, int32_t rc);
 
 /// "done of read" lines and the rate on standard error, redrawn a few times
 /// a second, when standard error is a terminal and the input has more than a
