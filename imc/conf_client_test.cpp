@@ -78,7 +78,6 @@ TEST_F(ImcConfClientTest, GetCopiesReplyDataAndJudgesItsSize) {
     };
     const Case cases[] = {
         {"exact size", data, 8, 0, 8, nullptr},
-        {"truncated", data, 5, -119, 5, "The 10(513) reply data is truncated"},
         {"one byte", data, 1, -119, 1, "The 10(513) reply data is truncated"},
         {"no data", {}, 8, -120, 0, "The 10(513) request can't get reply data"},
     };

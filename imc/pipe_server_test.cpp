@@ -93,7 +93,6 @@ TEST_F(PipeServerTest, AcceptTimesOutAndShutdownWakesIt) {
     acceptor.join();
     EXPECT_EQ(rc, -4);
     EXPECT_LT(waited, 2000u);
-    EXPECT_EQ(OV_PipeServerAccept(server, 5000, &conn), -4) << "shutdown stays in force";
     OV_PipeServerDestroy(server);
 }
 
