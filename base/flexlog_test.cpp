@@ -78,12 +78,4 @@ TEST_F(FlexLogTest, AppendGrowsOnlyWhenTheTextNeedsTheWholeFreeArea) {
     EXPECT_NE(cap.Take().find("<Debug>realloc maxSize: 8192, pos : 4094\n"), std::string::npos);
 }
 
-TEST_F(FlexLogTest, AppendDoublesUntilALongTextFits) {
-    ovtest::StdoutCapture quiet;
-    std::string big(20000, 'z');
-    ASSERT_EQ(OV_FlexMsgAppendFmt(msg_, "%s", big.c_str()), 0);
-    EXPECT_EQ(msg_->capacity, 32768u);
-    EXPECT_EQ(msg_->length, 20000u);
-}
-
 } // namespace

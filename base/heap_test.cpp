@@ -33,10 +33,6 @@ TEST(HeapText, JoinedPiecesKeepTheirOrderAndLength) {
     ASSERT_NE(text, nullptr);
     EXPECT_STREQ(text.get(), "agent rule conf json = {}");
     EXPECT_EQ(len, 25u);
-    OV_CPtr<char> empty = OV_JoinText({}, &len);
-    ASSERT_NE(empty, nullptr);
-    EXPECT_STREQ(empty.get(), "");
-    EXPECT_EQ(len, 0u);
 }
 
 OV_Once g_once;

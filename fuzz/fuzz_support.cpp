@@ -36,36 +36,10 @@ void FailUnlessTerminated(const ExactBlock &out, const char *what) {
     }
 }
 
-namespace {
-
-void DumpHex(const char *label, const uint8_t *bytes, size_t len) {
-    std::fprintf(stderr, "%s (%zu bytes):", label, len);
-    for (size_t i = 0; i < len; ++i) {
-        std::fprintf(stderr, "%s%02x", i % 32 == 0 ? "\n  " : "", bytes[i]);
-    }
-    std::fprintf(stderr, "\n");
-}
-
-} // namespace
-
-void Fail(const char *what, const char *detail, const uint8_t *first, const uint8_t *second,
-          size_t len) {
+void Fail(const char *what, const char *detail) {
     std::fprintf(stderr, "\n== fuzz check failed: %s\n", what);
     if (detail != nullptr) {
         std::fprintf(stderr, "detail: %s\n", detail);
-    }
-    if (first != nullptr) {
-        DumpHex("first record", first, len);
-    }
-    if (first != nullptr && second != nullptr) {
-        DumpHex("second record", second, len);
-        for (size_t i = 0; i < len; ++i) {
-            if (first[i] != second[i]) {
-                std::fprintf(stderr, "first difference at offset %zu: %02x vs %02x\n", i, first[i],
-                             second[i]);
-                break;
-            }
-        }
     }
     std::fflush(stderr);
     std::abort();

@@ -1,6 +1,6 @@
 // Shared pieces of the fuzz targets: a quiet process set-up, inputs and
 // records in exactly sized heap blocks (so ASan sees a one-byte overrun), and
-// failure reports that keep the input.
+// failure reports.
 #pragma once
 
 #include <algorithm>
@@ -49,10 +49,9 @@ T Load(const uint8_t *p) {
     return v;
 }
 
-/// Prints what went wrong (with the bytes of both records when given) on
-/// standard error and aborts, so libFuzzer keeps the input.
-[[noreturn]] void Fail(const char *what, const char *detail, const uint8_t *first = nullptr,
-                       const uint8_t *second = nullptr, size_t len = 0);
+/// Prints what went wrong on standard error and aborts, so libFuzzer keeps
+/// the input.
+[[noreturn]] void Fail(const char *what, const char *detail);
 
 /// The output text must end inside the buffer it was written to.
 void FailUnlessTerminated(const ExactBlock &out, const char *what);

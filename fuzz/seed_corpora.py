@@ -165,11 +165,6 @@ def channel_seeds():
     full[2] = 8  # eight items in the first block
     for i in range(8):
         struct.pack_into("<BxxxII", full, 28 + 12 * i, i, 1000 * i, 2000 * i)
-    write("get_print", bytes([0, 255]) + rec)
-    write("get_print", bytes([0, 3]) + bytes(full))
-    write("get_print", bytes([1]) + bytes([2, 0, 0, 0]) + rec + bytes(full))
-    write("get_print", bytes([1]) + bytes([2, 0, 0, 0]) + rec + bytes(full)[:-1])
-    write("get_print", bytes([2, 60]) + bytes(full))
 
     sa = bytearray(540)
     struct.pack_into("<iBBHH", sa, 0, 1, 4, 2, 8001, 8002)

@@ -1,5 +1,5 @@
-// Shared pieces of the channel tests: fixtures for a client end and for the
-// configuration client, and short forms of what most tests do on a pipe.
+// Shared pieces of the channel tests: a fixture for a client end, and short
+// forms of what most tests do on a pipe.
 #pragma once
 
 #include "base/platform.h"
@@ -40,22 +40,6 @@ class ChannelTest : public testing::Test {
 
     FlexMsg *msg_ = nullptr;
     OV_PipeHandle handle_ = OV_INVALID_PIPE_HANDLE;
-};
-
-/// The configuration client pointed at a private pipe name.
-class ConfClientTest : public testing::Test {
-  protected:
-    void SetUp() override {
-        UsePrivatePipeDir();
-        name_ = UniquePipeName("client");
-        OV_ImcConfClientSetPipeName(name_.c_str());
-    }
-    void TearDown() override {
-        OV_ImcConfClientExit();
-        OV_ImcConfClientSetPipeName(nullptr);
-    }
-
-    std::wstring name_;
 };
 
 inline void WaitServed(const TestServer &server) {

@@ -6,17 +6,23 @@
 
 #include <cstring>
 #include <memory>
-#include <thread>
 
 namespace {
 
 using namespace ovtest;
 
-class ImcConfClientTest : public ovtest::ConfClientTest {
+// The client pointed at a private pipe name.
+class ImcConfClientTest : public testing::Test {
   protected:
+    void SetUp() override {
+        UsePrivatePipeDir();
+        name_ = UniquePipeName("client");
+        OV_ImcConfClientSetPipeName(name_.c_str());
+    }
     void TearDown() override {
         StdoutCapture capture;
-        ConfClientTest::TearDown();
+        OV_ImcConfClientExit();
+        OV_ImcConfClientSetPipeName(nullptr);
         server_.reset();
         // Every message went back and the module is stopped: nothing can be allocated.
         FlexMsg *left = OV_FlexMsgAlloc();
@@ -34,6 +40,7 @@ class ImcConfClientTest : public ovtest::ConfClientTest {
         ASSERT_EQ(OV_ImcConfClientInit(), 0);
     }
 
+    std::wstring name_;
     std::unique_ptr<TestServer> server_;
 };
 
@@ -41,11 +48,10 @@ TEST_F(ImcConfClientTest, SetSendsHeaderAndTheWholePayload) {
     Start(ovtest::ReplyToEach(0));
     EXPECT_EQ(OV_ImcConfSet(3, 0x100, nullptr, 0), 0);
     EXPECT_EQ(server_->Requests().back(), RequestHeader(3, 0x100, 0));
-    for (size_t size : {72u, 5000u, 10000u, 17528u}) {
-        Bytes record = Pattern(size, 9);
-        EXPECT_EQ(OV_ImcConfSet(4, 2, record.data(), static_cast<uint32_t>(size)), 0);
-        EXPECT_EQ(server_->Requests().back(), Concat(RequestHeader(4, 2, size), record));
-    }
+    // Larger than a message's first page.
+    Bytes record = Pattern(17528, 9);
+    EXPECT_EQ(OV_ImcConfSet(4, 2, record.data(), 17528), 0);
+    EXPECT_EQ(server_->Requests().back(), Concat(RequestHeader(4, 2, 17528), record));
 }
 
 TEST_F(ImcConfClientTest, InitWithoutServerFailsAtOnce) {
@@ -72,8 +78,6 @@ TEST_F(ImcConfClientTest, GetCopiesReplyDataAndJudgesItsSize) {
     };
     const Case cases[] = {
         {"exact size", data, 8, 0, 8, nullptr},
-        {"room to spare", data, 12, 0, 8, nullptr},
-        {"truncated", data, 5, -119, 5, "The 10(513) reply data is truncated"},
         {"one byte", data, 1, -119, 1, "The 10(513) reply data is truncated"},
         {"no data", {}, 8, -120, 0, "The 10(513) request can't get reply data"},
     };
@@ -188,75 +192,23 @@ TEST_F(ImcConfClientTest, MultiGetStopsAtAFailingHandler) {
     EXPECT_EQ(server_->Requests().size(), 1u);
 }
 
-TEST_F(ImcConfClientTest, BadReplyFailsTheCallAndTheNextCallReconnects) {
-    struct Case {
-        Bytes reply; ///< all the first connection sends before it closes
-        int32_t rc;
-        const char *lines[2];
-    };
-    const Case cases[] = {
-        {Bytes(10, 0), -32, {"Failed to receive header ret=-32", "Broken pipe"}},
-        {ReplyHeader(0, UINT64_MAX),
-         -12, // nothing grows for it
-         {"Failed to receive payload ret=-12", "realloc memory failed\n"}},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.rc);
-        Start([&c](TestServer &s, OV_PipeConn *conn, int index) {
-            while (s.ReadRequest(conn)) {
-                if (index == 0) {
-                    OV_PipeConnWrite(conn, c.reply.data(), c.reply.size(), 1000);
-                    return;
-                }
-                s.Reply(conn, 0);
+TEST_F(ImcConfClientTest, CutReplyFailsTheCallAndTheNextCallReconnects) {
+    Start([](TestServer &s, OV_PipeConn *conn, int index) {
+        while (s.ReadRequest(conn)) {
+            if (index == 0) {
+                OV_PipeConnWrite(conn, Bytes(10, 0).data(), 10, 1000); // then the end
+                return;
             }
-        });
-        StdoutCapture capture;
-        EXPECT_EQ(OV_ImcConfSet(10, 1, "a", 1), c.rc);
-        EXPECT_EQ(OV_ImcConfSet(10, 1, "b", 1), 0);
-        std::string out = capture.Take();
-        ExpectLine(out, "<Error>", "_OV_ImcRecvAllReply", c.lines[0]);
-        EXPECT_EQ(CountOf(out, c.lines[1]), 1u) << out;
-        EXPECT_EQ(CountOf(out, "IMC conf client connnects to server"), 1u) << out;
-        EXPECT_EQ(server_->Served(), 2);
-    }
-}
-
-// Slow: waits out the 3000 ms limit of a pending read.
-TEST_F(ImcConfClientTest, StalledServerTimesOut) {
-    Start([](TestServer &s, OV_PipeConn *conn, int) {
-        if (s.ReadRequest(conn)) {
-            s.WaitRelease(10000);
+            s.Reply(conn, 0);
         }
     });
     StdoutCapture capture;
-    uint64_t start = OV_GetTickCount64();
-    EXPECT_EQ(OV_ImcConfSet(10, 1, "a", 1), -254);
-    ExpectWaited(start, 2900, 4500);
+    EXPECT_EQ(OV_ImcConfSet(10, 1, "a", 1), -32);
+    EXPECT_EQ(OV_ImcConfSet(10, 1, "b", 1), 0);
     std::string out = capture.Take();
-    ExpectLine(out, "<Error>", "_OV_ImcWait", "Failed to get overlapped result error code=258");
-    ExpectLine(out, "<Error>", "_OV_ImcRecvAllReply", "Failed to receive header ret=-254");
-}
-
-TEST_F(ImcConfClientTest, ConcurrentCallersNeverInterleave) {
-    Start(ovtest::ReplyToEach(0, {1, 2}));
-    auto caller = [](uint8_t module) {
-        for (int i = 0; i < 20; ++i) {
-            Bytes record = Pattern(300, module);
-            uint8_t reply[2] = {};
-            EXPECT_EQ(OV_ImcConfGet(module, 5, record.data(), 300, reply, 2), 0);
-            EXPECT_EQ(reply[1], 2);
-        }
-    };
-    std::thread a(caller, 3);
-    caller(4);
-    a.join();
-    std::vector<Bytes> requests = server_->Requests();
-    ASSERT_EQ(requests.size(), 40u);
-    for (const Bytes &r : requests) {
-        uint8_t module = r[0];
-        EXPECT_EQ(r, Concat(RequestHeader(module, 5, 300), Pattern(300, module)));
-    }
+    ExpectLine(out, "<Error>", "_OV_ImcRecvAllReply", "Failed to receive header ret=-32");
+    EXPECT_EQ(CountOf(out, "IMC conf client connnects to server"), 1u) << out;
+    EXPECT_EQ(server_->Served(), 2);
 }
 
 TEST_F(ImcConfClientTest, ExitTwiceReleasesEverythingOnce) {
