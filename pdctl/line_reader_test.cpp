@@ -112,22 +112,5 @@ TEST(LineReader, ReportsAReadErrorAndDropsThePartialLine) {
     EXPECT_EQ(reader.Next(&line), -5);
 }
 
-TEST(LineReader, NumbersLinesAcrossManyChunks) {
-    std::string many;
-    for (int i = 0; i < 20000; ++i) {
-        many += "set_ratelimit/{\"RateLimitId\": " + std::to_string(i) + "}\n";
-    }
-    MemoryStream stream{many, 4096};
-    LineReader reader(ReadMemory, &stream);
-    Line line;
-    uint64_t count = 0;
-    while (reader.Next(&line) == 1) {
-        ++count;
-        EXPECT_EQ(line.number, count);
-    }
-    EXPECT_EQ(count, 20000u);
-    EXPECT_EQ(reader.PhysicalLines(), 20000u);
-}
-
 } // namespace
 } // namespace pdctl
