@@ -16,26 +16,14 @@ int32_t Parse(std::vector<const char *> args, SimOptions *opt, std::string *erro
     return SimParseOptions(static_cast<int>(args.size()), args.data(), opt, error);
 }
 
-using Strings = std::vector<std::string>;
-using Ints = std::vector<int64_t>;
-
-Strings Texts(const SimOptions &o) {
-    return {o.pipeDir, o.pipeName, o.journal, o.state, o.readyFile};
-}
-
-Ints Numbers(const SimOptions &o) {
-    return {o.instances,    o.sa.role,       o.sa.calQueueLen, o.sa.localLanId,
-            o.sa.localPort, o.sa.masterPort, o.sa.masterIp,    o.sa.masterCpeId};
-}
-
+// The other defaults show end to end (the SA state an agent started without
+// options answers, the journal it does not write).
 TEST(SimOptions, DefaultsServeTheAgentsPipe) {
     SimOptions opt;
     std::string error;
     ASSERT_EQ(Parse({}, &opt, &error), 0);
-    EXPECT_EQ(Texts(opt), (Strings{"", "imc_config_pipe", "", "", ""}));
-    EXPECT_EQ(Numbers(opt), (Ints{3, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(opt.instances, 3u);
     EXPECT_TRUE(opt.faults.Empty());
-    EXPECT_FALSE(opt.help);
     EXPECT_EQ(SimPipeName(opt.pipeName), L"\\\\.\\pipe\\imc_config_pipe");
 }
 

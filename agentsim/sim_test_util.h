@@ -80,10 +80,9 @@ class RawClient {
         return rc != 0 ? rc : OV_ImcSendAll(handle_, msg_.get());
     }
 
-    /// One request, one reply (its payload into *data). Returns the status,
-    /// or the failure of the exchange.
-    int32_t Exchange(uint8_t module, uint16_t function, const Bytes &payload,
-                     Bytes *data = nullptr) {
+    /// One request, one reply. Returns the status, or the failure of the
+    /// exchange.
+    int32_t Exchange(uint8_t module, uint16_t function, const Bytes &payload) {
         int32_t rc = Send(Request(module, function, payload));
         OV_FlexMsgReset(msg_.get());
         if (rc != 0 || (rc = OV_ImcRecvAll(handle_, msg_.get(), IMC_HEADER_LEN, 1)) != 0) {
@@ -92,9 +91,6 @@ class RawClient {
         uint64_t n = OV_ImcMsgPayloadLen(msg_.get());
         if (n > 0 && (rc = OV_ImcRecvAll(handle_, msg_.get(), n, 1)) != 0) {
             return rc;
-        }
-        if (data != nullptr) {
-            data->assign(OV_ImcMsgPayload(msg_.get()), OV_ImcMsgPayload(msg_.get()) + n);
         }
         return OV_ImcMsgStatus(msg_.get());
     }

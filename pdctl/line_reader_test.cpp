@@ -37,10 +37,6 @@ struct Got {
     bool operator==(const Got &) const = default;
 };
 
-void PrintTo(const Got &g, std::ostream *os) {
-    *os << g.number << ":" << testing::PrintToString(g.text) << ":" << static_cast<int>(g.problem);
-}
-
 std::vector<Got> ReadAll(const std::string &bytes, size_t step, size_t maxLine = 16) {
     MemoryStream stream{bytes, step};
     LineReader reader(ReadMemory, &stream, maxLine);
