@@ -3,8 +3,6 @@
 #include "agentsim/sim_server.h"
 
 #include "agentsim/sim_test_util.h"
-#include "base/errors.h"
-#include "tests/support/capture.h"
 #include "tests/support/process.h"
 #include "tests/support/test_server.h"
 

@@ -2,8 +2,6 @@
 // refuses, and that the agent writes it before answering.
 #include "agentsim/sim_state.h"
 
-#include "agentconf/records.h"
-
 #include "agentsim/sim_server.h"
 #include "agentsim/sim_test_util.h"
 #include "tests/support/capture.h"
@@ -61,7 +59,6 @@ TEST(SimState, RefusesTextsItDidNotWrite) {
         "not json",
         good + "x",
         "{\"agentsim_state\": 2, \"records\": []}",
-        "{\"records\": []}",
         "{\"agentsim_state\": 1, \"records\": {}}",
         "{\"agentsim_state\": 1, \"records\": [1]}",
         withPayload(hex.substr(0, 446)),                      // a byte short

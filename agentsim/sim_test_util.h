@@ -1,7 +1,6 @@
-// Helpers of agentsim's tests (header-only, used by *_test.cpp only): raw
-// requests, fields put with the converter tests' builder, and a raw client
-// that speaks the IMC channel byte by byte so a test sees exactly what the
-// simulator sends.
+// Helpers of agentsim's tests: commands by word, shaper records, raw requests
+// and a raw client that speaks the IMC channel byte by byte, so a test sees
+// exactly what the simulator sends.
 #pragma once
 
 #include "agentconf/protocol.h"
@@ -25,7 +24,6 @@ namespace simtest {
 
 using Bytes = std::vector<uint8_t>;
 
-using ovtest::Get;
 using ovtest::Put;
 
 /// The command named word (a test's typo fails every check that uses it).
