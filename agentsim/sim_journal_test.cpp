@@ -2,12 +2,10 @@
 #include "agentsim/sim_journal.h"
 
 #include "agentconf/json_conv.h"
-#include "tests/support/process.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <vector>
+#include <string>
 
 namespace {
 
@@ -50,33 +48,6 @@ TEST(SimJournal, LinesAreUtf8WhateverTheRecordsTextsHold) {
         "\"record\":{\"name\":\"a\\u00ff\xc2\x80\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80"
         "\\u00c3(\\u00ed\\u00a0\\u0080\\u00c0\\u00af\\u00f4\\u0090\"}";
     EXPECT_NE(line.find(expected), std::string::npos) << line;
-}
-
-TEST(SimJournal, WritesWholeLinesToItsStream) {
-    ovtest::ScopedTempDir dir("journal");
-    ASSERT_FALSE(dir.Path().empty());
-    std::string path = dir.File("journal.jsonl");
-    FILE *out = std::fopen(path.c_str(), "wb");
-    ASSERT_NE(out, nullptr);
-    std::vector<uint8_t> big(17528, 0);
-    {
-        SimJournal journal(out);
-        EXPECT_TRUE(journal.Enabled());
-        SimJournalEntry e = Entry();
-        e.payload = big;
-        e.length = big.size();
-        journal.Write(e);
-        journal.Write(Entry());
-        EXPECT_NE(
-            SimJournalLine(e).find("\"payload\":\"" + std::string(2 * big.size(), '0') + "\""),
-            std::string::npos);
-        // Flushed per line: the file holds both lines before the stream closes.
-        EXPECT_EQ(ovtest::ReadWholeFile(path), SimJournalLine(e) + SimJournalLine(Entry()));
-    }
-    std::fclose(out);
-    SimJournal none(nullptr);
-    EXPECT_FALSE(none.Enabled());
-    none.Write(Entry());
 }
 
 } // namespace

@@ -1,7 +1,6 @@
-// Helpers of agentsim's tests (header-only, used by *_test.cpp only): raw
-// requests, fields put with the converter tests' builder, and a raw client
-// that speaks the IMC channel byte by byte so a test sees exactly what the
-// simulator sends.
+// Helpers of agentsim's tests: commands by word, shaper records, raw requests
+// and a raw client that speaks the IMC channel byte by byte, so a test sees
+// exactly what the simulator sends.
 #pragma once
 
 #include "agentconf/protocol.h"
@@ -25,7 +24,6 @@ namespace simtest {
 
 using Bytes = std::vector<uint8_t>;
 
-using ovtest::Get;
 using ovtest::Put;
 
 /// The command named word (a test's typo fails every check that uses it).
@@ -80,10 +78,9 @@ class RawClient {
         return rc != 0 ? rc : OV_ImcSendAll(handle_, msg_.get());
     }
 
-    /// One request, one reply (its payload into *data). Returns the status,
-    /// or the failure of the exchange.
-    int32_t Exchange(uint8_t module, uint16_t function, const Bytes &payload,
-                     Bytes *data = nullptr) {
+    /// One request, one reply. Returns the status, or the failure of the
+    /// exchange.
+    int32_t Exchange(uint8_t module, uint16_t function, const Bytes &payload) {
         int32_t rc = Send(Request(module, function, payload));
         OV_FlexMsgReset(msg_.get());
         if (rc != 0 || (rc = OV_ImcRecvAll(handle_, msg_.get(), IMC_HEADER_LEN, 1)) != 0) {
@@ -92,9 +89,6 @@ class RawClient {
         uint64_t n = OV_ImcMsgPayloadLen(msg_.get());
         if (n > 0 && (rc = OV_ImcRecvAll(handle_, msg_.get(), n, 1)) != 0) {
             return rc;
-        }
-        if (data != nullptr) {
-            data->assign(OV_ImcMsgPayload(msg_.get()), OV_ImcMsgPayload(msg_.get()) + n);
         }
         return OV_ImcMsgStatus(msg_.get());
     }

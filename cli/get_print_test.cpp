@@ -5,6 +5,7 @@
 #include "base/mem.h"
 #include "cli/cmd.h"
 #include "tests/support/capture.h"
+#include "tests/support/converter_test.h"
 
 #include <gtest/gtest.h>
 
@@ -41,21 +42,10 @@ TEST(Formatters, CutAtTheBufferEndAndPrettyTextIsNullForNullTexts) {
     EXPECT_EQ(CmdJsonPrettyText(nullptr), nullptr); // json-c prints a null object as "null"
 }
 
-class ShaperTablePrinter : public testing::Test {
+class ShaperTablePrinter : public ovtest::ConverterTest {
   protected:
-    void SetUp() override {
-        ovtest::StdoutCapture quiet;
-        ASSERT_GE(AgentMemModuleRegister(), 0);
-        OV_AgentConfLogRegister();
-    }
-    void TearDown() override {
-        ovtest::StdoutCapture quiet;
-        OV_AgentConfLogUnregister();
-        AgentMemModuleUnregister();
-    }
-
-    static std::vector<uint8_t> Reply(unsigned count, size_t records, size_t extra = 0) {
-        std::vector<uint8_t> bytes(4 + records * sizeof(AgentShaperConf) + extra, 0);
+    static std::vector<uint8_t> Reply(unsigned count, size_t records) {
+        std::vector<uint8_t> bytes(4 + records * sizeof(AgentShaperConf), 0);
         bytes[0] = static_cast<uint8_t>(count);
         for (size_t i = 0; i < records; ++i) {
             bytes[4 + i * sizeof(AgentShaperConf)] = static_cast<uint8_t>(i + 1); // shaper id
@@ -64,31 +54,18 @@ class ShaperTablePrinter : public testing::Test {
     }
 };
 
-TEST_F(ShaperTablePrinter, LengthMustMatchTheCountExactlyAndAnEmptyTablePrintsNothing) {
-    struct Case {
-        size_t len;
-        bool valid;
-    };
-    const Case cases[] = {{451, false}, {452, true}, {453, false}, {4, true}};
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.len);
-        std::vector<uint8_t> reply = Reply(c.len == 4 ? 0 : 2, 2); // 4: an empty table
-        reply.resize(c.len);
+// Whole tables, the empty one included, are printed end to end.
+TEST_F(ShaperTablePrinter, ALengthThatDoesNotMatchTheCountPrintsNoTable) {
+    for (size_t len : {451u, 453u}) {
+        std::vector<uint8_t> reply = Reply(2, 2);
+        reply.resize(len);
         char out[CMD_OUT_BUF_LEN] = {};
         ovtest::StdoutCapture cap;
         EXPECT_EQ(CmdShaperTblPrint(reply.data(), reply.size(), out), 0);
-        std::string printed = cap.Take();
-        if (c.valid) {
-            EXPECT_EQ(std::string(out).empty(), c.len == 4) << out;
-            EXPECT_EQ(std::string(out).find("\"shaperId\":2") == std::string::npos, c.len == 4);
-            EXPECT_EQ(printed.find("Invalid reply msg"), std::string::npos);
-        } else {
-            EXPECT_STREQ(out, "");
-            EXPECT_NE(printed.find("Invalid reply msg, ReplyBytes " + std::to_string(c.len) +
-                                   " shaperCount 2 should be 452\n"),
-                      std::string::npos)
-                << printed;
-        }
+        EXPECT_STREQ(out, "");
+        EXPECT_NE(cap.Take().find("Invalid reply msg, ReplyBytes " + std::to_string(len) +
+                                  " shaperCount 2 should be 452\n"),
+                  std::string::npos);
     }
     char out[CMD_OUT_BUF_LEN] = {};
     EXPECT_EQ(CmdShaperTblPrint(nullptr, 4, out), -22);

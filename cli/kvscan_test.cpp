@@ -28,12 +28,9 @@ TEST(KvScan, ReadsFromTheFirstCharacterAndStopsAtTheFirstMismatch) {
         int stored;
     };
     const Case cases[] = {
-        {"zone=1 id=7", 1, 7, 2},
         {"zone=1   id=7 extra", 1, 7, 2},
-        {"zone=1id=7", 1, 7, 2},   // format blanks match no blanks too
-        {"id=7 zone=1", 0, 0, 0},  // keys in another order: nothing read
-        {" zone=1 id=7", 0, 0, 0}, // the literal does not skip blanks
-        {"zone=1 clientid=2", 1, 0, 1},
+        {"zone=1id=7", 1, 7, 2},             // format blanks match no blanks too
+        {" zone=1 id=7", 0, 0, 0},           // the literal does not skip blanks
         {"zone= 3 id=+4", 3, 4, 2},          // %u skips blanks and takes a sign
         {"zone=-1 id=1", 4294967295u, 1, 2}, // negative: two's complement
         {"zone=4294967296 id=1", 0, 1, 2},   // low 32 bits
@@ -74,12 +71,9 @@ TEST(KvNumberAfter, ReadsLikeAtoiAfterTheFirstKeyAndAShaperIdIs0To255) {
     };
     const Case cases[] = {
         {"shaperId=0", true, 0},
-        {"shaperId=7", true, 7},
         {"x shaperId=  -1 shaperId=3", true, -1},
-        {"shaperId=256", true, 256},
         {"shaperId=12abc", true, 12},
         {"shaperId=abc", true, 0},
-        {"shaperId=", true, 0},
         {"shaperId=99999999999", true, 2147483647},
         {"shaperId=-99999999999", true, -2147483647 - 1},
         {"shaperid=1", false, 0},

@@ -37,10 +37,6 @@ struct Got {
     bool operator==(const Got &) const = default;
 };
 
-void PrintTo(const Got &g, std::ostream *os) {
-    *os << g.number << ":" << testing::PrintToString(g.text) << ":" << static_cast<int>(g.problem);
-}
-
 std::vector<Got> ReadAll(const std::string &bytes, size_t step, size_t maxLine = 16) {
     MemoryStream stream{bytes, step};
     LineReader reader(ReadMemory, &stream, maxLine);
@@ -110,23 +106,6 @@ TEST(LineReader, ReportsAReadErrorAndDropsThePartialLine) {
     ASSERT_EQ(reader.Next(&line), 1);
     EXPECT_EQ(line.text, "a/1");
     EXPECT_EQ(reader.Next(&line), -5);
-}
-
-TEST(LineReader, NumbersLinesAcrossManyChunks) {
-    std::string many;
-    for (int i = 0; i < 20000; ++i) {
-        many += "set_ratelimit/{\"RateLimitId\": " + std::to_string(i) + "}\n";
-    }
-    MemoryStream stream{many, 4096};
-    LineReader reader(ReadMemory, &stream);
-    Line line;
-    uint64_t count = 0;
-    while (reader.Next(&line) == 1) {
-        ++count;
-        EXPECT_EQ(line.number, count);
-    }
-    EXPECT_EQ(count, 20000u);
-    EXPECT_EQ(reader.PhysicalLines(), 20000u);
 }
 
 } // namespace
