@@ -225,8 +225,6 @@ TEST_F(RuleConv, MessagesNameWhatWasMissingOrRefused) {
          "Invalid format, srcIp is not array!"},
         {m(R"("SrcIpNum": 1, "SrcIpRangeFlag": 1, "SrcIpRange": )" + Repeat(range, 65)), -22,
          "Invalid format, srcIpRange is not array!"},
-        {m(R"("DstIpNum": 1, "DstIp": )" + Repeat(prefix, 116)), -22,
-         "Invalid format, dstIp is not array!"},
         {m(R"("DstPortNum": 1, "DstPort": )" + Repeat(port, 1025)), -22,
          "Invalid format, dstPort is not array!"},
         {m(R"("EthTypeNum": 1, "EthType": )" + Repeat("1", 65)), -22,
