@@ -23,12 +23,8 @@ Expected Head(uint16_t type, uint16_t lenth) {
 }
 
 TEST_F(GlobalArgConv, EachTypeTakesItsValueForm) {
-    struct Case {
-        std::string json;
-        Expected want;
-    };
     const std::string digits49 = std::string(48, '0') + "7";
-    const Case cases[] = {
+    const Form cases[] = {
         {R"({"Type": 0, "Lenth": 4, "Value": 7})", Head(0, 4).U32(8, 7)},
         {R"({"Type": 75, "Lenth": 4, "Value": "4294967295"})", Head(75, 4).U32(8, 0xFFFFFFFF)},
         {R"({"Type": 1, "Lenth": 4, "Value": " 42 "})", Head(1, 4).U32(8, 42)},
@@ -41,14 +37,11 @@ TEST_F(GlobalArgConv, EachTypeTakesItsValueForm) {
         // Value texts of up to 49 characters are read.
         {R"({"Type": 1, "Lenth": 4, "Value": ")" + digits49 + "\"}", Head(1, 4).U32(8, 7)},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.json);
-        ASSERT_EQ(Convert(c.json), 0) << log;
-        EXPECT_TRUE(Same(c.want));
-        EXPECT_EQ(log.find("<Error"), std::string::npos) << log;
-        EXPECT_TRUE(Logged("Info", "OV_AgentDpGlobalArgJsonStrToConf",
-                           "agent global arg conf json = " + c.json + " "));
-    }
+    ExpectForms(cases);
+    EXPECT_EQ(log.find("<Error"), std::string::npos) << log;
+    EXPECT_TRUE(Logged("Info", "OV_AgentDpGlobalArgJsonStrToConf",
+                       R"(agent global arg conf json = {"Type": 1, "Lenth": 4, "Value": ")" +
+                           digits49 + "\"} "));
 }
 
 TEST_F(GlobalArgConv, RejectedTypesFailEvenWithAValue) {

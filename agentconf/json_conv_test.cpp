@@ -1,7 +1,6 @@
 #include "agentconf/json_conv.h"
 
-#include "tests/support/capture.h"
-#include "tests/support/converter_test.h"
+#include "tests/support/record_bytes.h"
 
 #include <gtest/gtest.h>
 
@@ -126,45 +125,6 @@ TEST(AddressText, Ipv6AcceptsOneZeroRunAndIpv4Tails) {
                           "1:2:3:4:5:6:7:8::", ":::", "1.2.3.4", "::1:", "", "x::1"}) {
         EXPECT_EQ(ParseV6(t), "refused") << t;
     }
-}
-
-class ConfLogTest : public ovtest::ConverterTest {};
-
-struct Dummy {
-    uint32_t a;
-};
-
-int32_t _OV_DummyJsonToConf(Dummy *conf, json_object *obj) {
-    int32_t rc = _OV_JsonGetInt(obj, "a", &conf->a);
-    if (rc != 0) {
-        OV_CONF_FAIL("Lack of %s\n", "a");
-    }
-    return rc;
-}
-
-int32_t OV_DummyJsonStrToConf(Dummy *conf, const char *text) {
-    return OV_AgentConfJsonEntry(OV_CONF_SITE, "dummy", conf, text, _OV_DummyJsonToConf);
-}
-
-TEST_F(ConfLogTest, LongTextsAndMessagesAreLoggedWhole) {
-    // Past the stack buffers of the log path: the entry line carries the
-    // whole text, and a long message keeps every byte.
-    std::string pad(3000, 'p');
-    std::string text = R"({"a": 5, "pad": ")" + pad + R"("})";
-    std::string longKey(700, 'k');
-    ovtest::StdoutCapture cap;
-    Dummy d{};
-    EXPECT_EQ(OV_DummyJsonStrToConf(&d, text.c_str()), 0);
-    OV_CONF_NOTICE("Rule match conf not set %s!\n", longKey.c_str());
-    auto lines = ovtest::Lines(cap.Take());
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(lines[0].rfind(
-                  std::string(ovtest::kFixedStamp) + "<Info:AGENTCONF>[OV_DummyJsonStrToConf:", 0),
-              0u);
-    EXPECT_TRUE(lines[0].ends_with("] agent dummy conf json = " + text + " ")) << lines[0].size();
-    EXPECT_EQ(lines[1].rfind(std::string(ovtest::kFixedStamp) + "<Debug:AGENTCONF>[TestBody:", 0),
-              0u);
-    EXPECT_TRUE(lines[1].ends_with("] Rule match conf not set " + longKey + "!"));
 }
 
 } // namespace

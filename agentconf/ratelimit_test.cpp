@@ -34,7 +34,6 @@ TEST_F(RatelimitConv, EachFormGivesItsBytes) {
         {R"({"RateLimitId": 5, "Type": 2, "PerDstIpBucketRate": 500, "PerIpBucketRate": 100})",
          Id5(2).U32(48, 500)},
         {R"({"RateLimitId": 5, "Type": 0, "PerIpBucketRate": 100, "PerIpCBS": 200})", Id5(0)},
-        {R"({"RateLimitId": 5, "Type": 3, "PerIpBucketRate": 100, "PerIpCBS": 200})", Id5(3)},
         // Update flags follow their keys only when present; a burst of 0 is none.
         {R"({"RateLimitId": 1, "UpdateCBS": false, "UpdateType": "yes", "PersistentFlag": 0,
             "UpdatePerDstIpCBS": 2, "CBS": 0})",

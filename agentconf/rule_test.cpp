@@ -55,10 +55,12 @@ TEST_F(RuleConv, EachFormGivesItsBytes) {
         {Rule(R"({"SrcIpNum": 0, "SrcIp": [{"IpType": 0, "Ip": "bad", "Mask": 8}]})"), Base()},
         {Rule(R"({"SrcIpNum": 300, "SrcIp": [{"IpType": 0, "Ip": "bad", "Mask": 8}]})"), Base()},
         // DstIpRangeFlag does not choose the list (bit 1 does, on purpose):
-        // DstIp is missing, which ends the match.
+        // DstIp is missing, which ends the match with success; the actions
+        // are still read.
         {Rule(R"({"DstIpNum": 1, "ProtoNum": 1, "DstIpRangeFlag": true, "Proto": [6],
-            "DstIpRange": [{"IpType": 0, "LowerIp": "10.0.0.1", "UpperIp": "10.0.0.2"}]})"),
-         Base().U8(kMatch + 1, 1).U8(kMatch + 7, 1).U8(kMatch + 13, 0x08)},
+            "DstIpRange": [{"IpType": 0, "LowerIp": "10.0.0.1", "UpperIp": "10.0.0.2"}]})",
+              R"({"AcceFlag": true})"),
+         Base().U8(kMatch + 1, 1).U8(kMatch + 7, 1).U8(kMatch + 13, 0x08).U8(kAct, 0x04)},
         // The array's length replaces a different count; EthType is cut to 16 bits.
         {Rule(R"({"ProtoNum": 5, "Proto": [1, 2, 3], "EthTypeNum": 1,
             "EthType": [67584, 34525]})"),
@@ -117,22 +119,6 @@ TEST_F(RuleConv, EachFormGivesItsBytes) {
     };
     ExpectForms(cases);
     EXPECT_EQ(log.find("not set Set"), std::string::npos) << log; // the last row has them all
-}
-
-TEST_F(RuleConv, MissingListEndsTheMatchWithSuccessAndLeavesTheRestZero) {
-    ASSERT_EQ(Convert(Rule(R"({"SrcPortNum": 2, "DstPortNum": 1, "ProtoNum": 1, "InPortNum": 1,
-        "DstPort": [{"LowerPort": 1, "UpperPort": 2}], "Proto": [6],
-        "InPort": [{"Type": 1, "Id": 1}]})",
-                           R"({"OutputNum": 1, "OutputArray": [{"Id": 9, "Priority": false,
-        "Type": 1, "Probe": false}]})")),
-              0);
-    EXPECT_TRUE(Logged("Error", kMatchFn, "Lack of SrcPort"));
-    EXPECT_EQ(log.find("Rule json to conf for match failed"), std::string::npos);
-    Expected e = Base();
-    e.U16(kMatch + 2, 2).U16(kMatch + 4, 1).U8(kMatch + 7, 1);
-    e.U8(kMatch + 11, 1);
-    e.U8(kAct + 2, 1).U32(kAct + 28, 9).U8(kAct + 32, 1);
-    EXPECT_TRUE(Same(e)); // actions still converted
 }
 
 TEST_F(RuleConv, MessagesNameWhatWasMissingOrRefused) {
