@@ -223,9 +223,7 @@ std::vector<Sample> RuleSamples() {
             List(255, [](size_t i) { return "\"" + to_string(i) + ".1.2.3\""; }),
         R"("NatIpMode": 0, "IpType": 1, "Ipv6s": )" +
             List(144, [](size_t i) { return "\"1:2:3:4:5:6:7:" + to_string(i) + "\""; }),
-        R"("NatIpMode": 0, "IpType": 1, "Ip6": "::")",
         R"("NatIpMode": 5, "IpType": 9)",
-        R"("NatIpMode": 1, "IpMasks": [])",
     };
     for (size_t i = 0; i < std::size(nats); ++i) {
         out.push_back({base + R"(, "Actions": {")" + (i % 2 == 0 ? "SnatFlag" : "DnatFlag") +
