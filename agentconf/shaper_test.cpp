@@ -137,12 +137,7 @@ TEST_F(ShaperTest, MessagesNameWhatWasMissingOrRefused) {
         {Shaper(kDist + Block("guaranteeBandLimit", 9, ovtest::ShaperItems(9, 100))), -22,
          "Invalid format, bandLimit is not array!"},
     };
-    ExpectMessages("_OV_AgentShaperJsonToConf", "OV_AgentShaperJsonStrToConf", cases,
-                   [this](const Message &c) {
-                       if (c.rc != 0) { // its own and the entry's
-                           EXPECT_EQ(ovtest::CountOf(log, "<Error:"), 2u) << log;
-                       }
-                   });
+    ExpectMessages("_OV_AgentShaperJsonToConf", "OV_AgentShaperJsonStrToConf", cases);
     for (const char *text : {"", "{", "shaperId=1"}) {
         EXPECT_EQ(Convert(text), -22);
         EXPECT_TRUE(
