@@ -139,11 +139,7 @@ TEST_F(AcsNameEntries, ListsAreCutIntoFullRequestsInIndexOrder) {
         uint32_t domains;
         std::vector<uint32_t> counts; ///< of each request, addresses first
     };
-    const Case cases[] = {{0, 0, {}},
-                          {1, 0, {1}},
-                          {0, 1, {1}},
-                          {2726, 255, {2726, 255}},
-                          {2727, 256, {2726, 1, 255, 1}}};
+    const Case cases[] = {{0, 0, {}}, {2726, 255, {2726, 255}}, {2727, 256, {2726, 1, 255, 1}}};
     for (const Case &c : cases) {
         SCOPED_TRACE(std::to_string(c.addrs) + " addresses, " + std::to_string(c.domains));
         std::string text = R"({"id": 8, "ascname": "cut", "version": 1, "iplist": [)";
