@@ -16,12 +16,6 @@
 
 namespace {
 
-constexpr const char *kSample =
-    R"({"shaperId": 1, "persistentFlag": true, "wanKbps": 100000, "wanInKbps": 100000, )"
-    R"("inBurstMs": 100, "outBurstMs": 100, "bandDist": [2, 2, 8, 8, 8, 8, 8, 0], )"
-    R"("bandLimit": {"sharePriority": 2, "num": 1, "bandLimit": )"
-    R"([{"priority": 2, "inkbps": 1000000, "outkbps": 1000000}]}})";
-
 // A shaper JSON text with the required keys, followed by `extra` members.
 std::string Shaper(const std::string &extra) {
     return R"({"shaperId": 7, "persistentFlag": false, "wanKbps": 10, "wanInKbps": 20, )"
