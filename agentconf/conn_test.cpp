@@ -57,15 +57,9 @@ TEST_F(ConnConv, RefusalsEndWithTheirCodeAndMessage) {
         {Minimal(R"(, "Path": 5)"), -22, "Invalid format, Path is not array!"},
         {Minimal(R"(, "Path": [1, null])"), -22, "empty [1] item for Path"},
         {Minimal(R"(, "Path": [1, -1])"), -22, "path item is invalid"},
-        {Minimal(R"(, "RatelimitInbound": {})"), -22,
-         "Invalid format, RatelimitInbound is not array!"},
         {Minimal(R"(, "RatelimitInbound": [null])"), -22, "empty [0] item for RatelimitInbound"},
-        {Minimal(R"(, "RatelimitInbound": [-3])"), -22, "path item is invalid"},
-        {Minimal(R"(, "RatelimitOutbound": "1")"), -22,
-         "Invalid format, RatelimitOutbound is not array!"},
         {Minimal(R"(, "RatelimitOutbound": [1, null])"), -22,
          "empty [1] item for ratelimitOutbound"},
-        {Minimal(R"(, "RatelimitOutbound": [-2])"), -22, "path item is invalid"},
     };
     ExpectMessages(kBase, "OV_AgentConnJsonStrToConf", cases);
     EXPECT_TRUE(Logged("Error", "_OV_AgentConnJsonToConf",
@@ -91,7 +85,6 @@ TEST_F(ConnConv, EachFormGivesItsBytes) {
     };
     const Form cases[] = {
         // Label, Vni and NetId are cut to their widths.
-        {R"({"Label": 2097152, "Vni": 0, "NetId": 0, "VpnId": 9, "TimeStamp": 2})", algo(0, 0, 0)},
         {R"({"Label": 0, "Vni": 9, "NetId": 0, "VpnId": 9, "TimeStamp": 2})", algo(1u << 21, 0, 0)},
         {R"({"Label": 2097151, "Vni": 7, "NetId": 255, "VpnId": 9, "TimeStamp": 2})",
          algo(0xFFFFFFFF, 255, 1)},
@@ -110,10 +103,6 @@ TEST_F(ConnConv, EachFormGivesItsBytes) {
         // Optional fields and their widths.
         {Minimal(R"(, "LocalIp": "10.1.2.3", "PeerIp6": "::ffff:10.0.0.1")"),
          MinimalRec().U32(20, 0x0A010203).Bytes(90, {0xff, 0xff, 10, 0, 0, 1})},
-        // Address texts too long for their buffers are skipped like missing keys.
-        {Minimal(R"(, "PeerIp": "  10.1.2.3         ", "LocalIp6": ")" + std::string(50, '1') +
-                 "\""),
-         MinimalRec()},
         {Minimal(R"(, "SlaCfg": {"ConnSRttLow": 65537, "ConnLossRateHigh": -1})"),
          MinimalRec().U16(528, 1).U16(546, 0xFFFF)},
         {Minimal(R"(, "SessionId": -2)"), MinimalRec().U32(112, 0xFFFFFFFE)},

@@ -35,12 +35,9 @@ TEST_F(LinkIpConv, EachFormGivesItsBytes) {
 TEST_F(LinkIpConv, MessagesNameWhatWasMissingOrRefused) {
     const Message cases[] = {
         {R"({"SiteIpId": 1, "SiteId": 2})", -22, "Lack of Type"},
-        {R"({"Type": 256, "SiteIpId": 1, "SiteId": 2})", -132, "Lack of Type"},
         {R"({"Type": -1, "SiteIpId": 1, "SiteId": 2})", -132, "Lack of Type"},
         {R"({"Type": 1, "SiteId": 2})", -22, "Lack of SiteIpId"},
-        {R"({"Type": 1, "SiteIpId": 300, "SiteId": 2})", -132, "Lack of SiteIpId"},
         {R"({"Type": 1, "SiteIpId": 1, "CustomerId": 4})", -22, "Lack of SiteId"},
-        {R"({"Type": 1, "SiteIpId": 1, "SiteId": 2147483647})", -132, "Lack of SiteId"},
         {R"({"Type": 1, "SiteIpId": 1, "SiteId": 1, "IpAddr": "10.0.0.256"})", -22,
          "Get ip addr from string failed"},
         {R"({"Type": 1, "SiteIpId": 1, "SiteId": 1, "Ip6Addr": "1::2::3"})", -22,
@@ -87,7 +84,6 @@ TEST_F(LinkConv, MessagesNameWhatWasMissingOrRefused) {
         {R"({"LinkId": 2})", -22, "Lack of NetId"},
         {R"({"NetId": 2147483647, "LinkId": 2})", -132, "Lack of NetId"},
         {R"({"NetId": 1})", -22, "Lack of LinkId"},
-        {R"({"NetId": 1, "LinkId": -2147483648})", -132, "Lack of LinkId"},
     };
     ExpectMessages("_OV_AgentLinkJsonToConf", "OV_AgentLinkJsonStrToConf", cases,
                    [this](const Message &) { EXPECT_EQ(log.find("not set"), std::string::npos); });

@@ -175,22 +175,6 @@ std::vector<Sample> RuleSamples() {
         return R"({"IpType": 1, "Ipv6": "2001:db8:)" + to_string(i) + R"(::", "Mask": 48})";
     };
     std::vector<Sample> out = {
-        {R"({"Table": 0, "Zone": 1, "DualFlag": true, "InvalidFlag": false, "ExcluFlag": false,
-            "RevalFlag": true, "L2Flag": true, "L3Flag": true, "Id": 1, "RuleVer": 1,
-            "VpnId": 1, "Match": {"SrcIpNum": 1, "DstIpNum": 1, "SrcPortNum": 1,
-            "DstPortNum": 1, "ProtoNum": 2, "DstIpSetFlag": true, "DstIpSetName": "",
-            "SrcIp": [{"IpType": 0, "Ip": "192.168.1.0", "Mask": 24}],
-            "DstIpRange": [{"IpType": 0, "LowerIp": "10.0.0.1", "UpperIp": "10.0.0.100"}],
-            "SrcPort": [{"LowerPort": 1024, "UpperPort": 65535}],
-            "DstPort": [{"LowerPort": 80, "UpperPort": 80}], "Proto": [6, 17]},
-            "Actions": {"OutputType": 1, "OutputNum": 1, "OutputStrategy": 0,
-            "OutputArray": [{"Id": 1, "Priority": true, "Probe": false}]}})",
-         {R"("Zone":1,"DualFlag":true,)", R"("L2Flag":true,"L3Flag":true,)",
-          R"("SrcIp":[{"IpType":0,"Ip":"192.168.1.0","Mask":24}])",
-          R"("DstIpRange":[{"IpType":0,"LowerIp":"10.0.0.1","UpperIp":"10.0.0.100"}])",
-          R"("DstIpSetName":"")", R"("Proto":[6,17])",
-          // No SetVpnId, SetPolicyId or SetDscpValue without their flags.
-          R"("OutboundRateLimitId":0,"OutputArray":[{"Id":1,"Priority":true,"Type":1,"Probe":false}])"}},
         // Every list full.
         {base + R"(, "Match": {"SrcIpNum": 115, "SrcIp": )" + List(115, V4Prefix) +
          R"(, "DstIpNum": 64, "DstIpSetFlag": true, "DstIpRange": )" + List(64, V6Range) +
@@ -216,11 +200,13 @@ std::vector<Sample> RuleSamples() {
          List(64, V4Range) + R"(, "SrcIpSetFlag": true, "SrcIpSetName": "set-a",
          "DstIpNum": 115, "DstIp": )" +
          List(115, V4Prefix) + R"(, "DstIpApiFlag": true, "DstIpApiType": 77}, "Actions": {}})"},
-        // An IPv6 prefix list under an API type, and a name with control bytes.
+        // An IPv6 prefix list under an API type, and a name with control
+        // bytes; no SetVpnId, SetPolicyId or SetDscpValue without their flags.
         {R"({"Zone": 1, "VpnId": 1, "Id": 1, "RuleVer": 1, "Match": {"DstIpNum": 2,
             "DstIp": [{"IpType": 1, "Ip6": "1::2", "Mask": 3}, {"IpType": 9, "Mask": 4}],
             "DstIpApiFlag": true, "DstIpApiType": 0, "SrcIpSetFlag": true,
-            "SrcIpSetName": "a\u0001\"b\\c"}, "Actions": {}})"},
+            "SrcIpSetName": "a\u0001\"b\\c"}, "Actions": {}})",
+         {R"("OutboundRateLimitId":0}})"}},
         // A range list with no name over it keeps its IpType; one under a name
         // shows IPv6 for its ninth byte alone.
         {R"({"Zone": 1, "VpnId": 1, "Id": 1, "RuleVer": 1, "Match": {"SrcIpNum": 1,
@@ -237,44 +223,21 @@ std::vector<Sample> RuleSamples() {
             List(255, [](size_t i) { return "\"" + to_string(i) + ".1.2.3\""; }),
         R"("NatIpMode": 0, "IpType": 1, "Ipv6s": )" +
             List(144, [](size_t i) { return "\"1:2:3:4:5:6:7:" + to_string(i) + "\""; }),
-        R"("NatIpMode": 0, "IpType": 1, "Ip6": "::")",
         R"("NatIpMode": 5, "IpType": 9)",
-        R"("NatIpMode": 1, "IpMasks": [])",
     };
     for (size_t i = 0; i < std::size(nats); ++i) {
         out.push_back({base + R"(, "Actions": {")" + (i % 2 == 0 ? "SnatFlag" : "DnatFlag") +
                        R"(": true, "NatInfo": {)" + nats[i] +
                        R"(, "Port": 7, "PortRange": {"Min": 8, "Max": 9}}}})"});
     }
-    // Counts whose lists are missing end the match there.
-    for (const char *m : {R"("SrcPortNum": 5000, "DstPortNum": 3, "ProtoNum": 2)",
-                          R"("SrcIpNum": 200, "DstIpNum": 1, "InPortNum": 255)",
-                          R"("SrcIpNum": 65, "SrcIpRangeFlag": true, "SrcIpSetFlag": true)",
-                          R"("DstIpNum": 70, "DstIpSetFlag": true, "DstIpApiFlag": true,
-                             "AcsNameFlag": true)",
-                          R"("SrcIpNum": 2, "SrcIpSetFlag": true, "TransIdNum": 250,
-                             "OutPortNum": 65)",
-                          R"("ProtoNum": 1, "Proto": [1], "TransIdNum": 200, "OutPortNum": 1)"}) {
-        out.push_back({std::string(R"({"Zone": 1, "VpnId": 1, "Id": 1, "RuleVer": 1, "Match": {)") +
-                       m + R"(}, "Actions": {}})"});
-    }
-    // Set names and the API type write over the lists' first entries: names
-    // that end just before, on and after an entry's IpType byte.
+    // A set name writes over the list's first entries: names that end just
+    // before, on and after an entry's IpType byte.
     for (size_t len : {0, 1, 15, 16, 35, 36, 63}) {
         const std::string name(len, static_cast<char>('A' + len % 26));
-        const std::string lists[] = {
-            R"("DstIpNum": 3, "DstIpSetFlag": true, "DstIpRange": )" + List(3, V4Range) +
-                R"(, "DstIpSetName": ")" + name + "\"",
-            R"("DstIpNum": 3, "DstIpSetFlag": true, "DstIpRange": )" + List(3, V6Range) +
-                R"(, "DstIpSetName": ")" + name + R"(", "DstIpApiFlag": true,
-                "DstIpApiType": 16909060)",
-            R"("SrcIpNum": 4, "SrcIpSetFlag": true, "SrcIp": )" + List(4, V4Prefix) +
-                R"(, "SrcIpSetName": ")" + name + "\"",
-        };
-        for (const std::string &m : lists) {
-            out.push_back({R"({"Zone": 1, "VpnId": 1, "Id": 1, "RuleVer": 1, "Match": {)" + m +
-                           R"(}, "Actions": {}})"});
-        }
+        out.push_back({R"({"Zone": 1, "VpnId": 1, "Id": 1, "RuleVer": 1, "Match": {"SrcIpNum": 4,
+            "SrcIpSetFlag": true, "SrcIp": )" +
+                       List(4, V4Prefix) + R"(, "SrcIpSetName": ")" + name +
+                       R"("}, "Actions": {}})"});
     }
     return out;
 }
@@ -286,23 +249,6 @@ std::vector<Sample> ConnSamples() {
         List(125, [](size_t i) { return to_string(i % 4 == 0 ? 2147483647 : 16843009 * i); });
     const std::string base = R"({"Label": 1, "Vni": 0, "NetId": 300, "VpnId": 9, "TimeStamp": 2)";
     return {
-        {R"({"VpnId": 7, "Label": 100, "Vni": 1, "NetId": 1, "Mode": 1, "WanId": 1, "LanId": 2,
-            "LocalIp": "192.168.10.1", "PeerIp": "192.168.20.1", "LocalIp6": "2001:db8::1",
-            "PeerIp6": "2001:db8::2", "CustomerId": 1001, "PeerHostId": 2002, "PortSeed": 7,
-            "ProtoVersion": 2, "C2PFlag": true, "MasterFlag": true, "PersistentFlag": true,
-            "ClearDFFlag": true, "SessionId": 12345, "Path": [1, 2], "LinkNum": 2,
-            "KeepaliveInterval": 5, "KeepaliveTimeout": 15, "TcpTunNum": 1, "UdpTunNum": 2,
-            "Tos": 0, "EncryptAlgo": 1, "CryptoSuite": 1, "KeyLength": 32,
-            "InputKey": "3c0f7a21d94e5b86a1f2c7d03e98b4a5 6d1e8c2f0b7a94d35e6c1f8a2b0d947",
-            "HmacKeyLen": 20, "HmacKey": "00112233445566778899aabbccddeeff00112233",
-            "PeerUid": "peer-0001", "SlaCfg": {"ConnSRttLow": 15, "ConnSRttHigh": 21,
-            "ConnOutBWLow": 1000, "ConnOutBWHigh": 5000, "ConnLossRateLow": 10,
-            "ConnLossRateHigh": 30}, "TimeStamp": 1735689600000, "RatelimitInbound": [1],
-            "RatelimitOutbound": [2], "MinTxKBps": 100})",
-         {R"("LocalIp":"192.168.10.1",)", R"("PeerIp6":"2001:db8::2",)",
-          R"("CipherKey":"3c0f7a21d94e5b86a1f2c7d03e98b4a506d1e8c2f0b7a94d35e6c1f8a2b0d947")",
-          R"("PassiveFlag":false,"MasterFlag":true,"PersistentFlag":true,)", R"("Path":[1,2],)",
-          R"("TimeStamp":1735689600000,)", R"("PeerUid":"peer-0001",)"}},
         {R"({"VpnId": -2, "Label": 2097151, "Vni": 7, "NetId": 255, "Mode": 2147483646,
             "WanId": -2147483647, "LanId": -1, "LocalIp": "255.255.255.255",
             "PeerIp": "255.255.255.254", "LocalIp6": "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff",
@@ -323,14 +269,7 @@ std::vector<Sample> ConnSamples() {
             "TimeStamp": 9223372036854775807, "RatelimitInbound": [2147483647, 1, 2, 3, 4, 5],
             "RatelimitOutbound": [6, 7, 8, 9, 10, 2147483647], "BuddyConnId": -11,
             "MinTxKBps": -12})"},
-        // The converter's quirks: NetId carried into EncryptAlgo, short and
-        // odd key texts, arrays running on into the fields after them.
-        {base + "}"},
-        {base + R"(, "KeyLength": 10, "CipherKey": "00112233445566778899", "HmacKeyLen": 3,
-                    "HmacKey": "ab"})"},
-        {base + R"(, "KeyLength": 3, "CipherKey": "a1 2c3", "HmacKeyLen": 2, "HmacKey": ""})"},
-        {base + R"(, "KeyLength": 3, "InputKey": "zz11"})"},
-        {base + R"(, "Path": [1, 2, 3, 4, 5, 6, 67305985]})"},
+        // Path running on into the fields after it.
         {base + R"(, "Path": )" + longPath + "}"},
         {base + R"(, "Path": )" + longPath +
          R"(, "LinkNum": 1, "KeepaliveInterval": 2, "KeepaliveTimeout": 3, "TcpTunNum": 4,
@@ -338,20 +277,13 @@ std::vector<Sample> ConnSamples() {
             "CipherKey": "010203", "HmacKey": "09", "PeerUid": "ab", "KeyTimestamp": 4,
             "InitRtt": 5, "CfgMtu": 6, "SlaCfg": {"ConnOutBWLow": 7}, "RatelimitInbound": [8, 9],
             "BuddyConnId": 10})"},
-        {base + R"(, "PeerUid": ")" + std::string(40, 'u') + R"("})"},
-        {base + R"(, "RatelimitInbound": [1,2,3,4,5,6,7,8,9,10,11,12,13,14,15]})"},
-        {base + R"(, "RatelimitOutbound": [1,2,3,4,5,6,2147483647,8,9], "MinTxKBps": 3})"},
     };
 }
 
 std::vector<KindSamples> AllSamples() {
     return {
         {RecordKind::LinkIp,
-         {{R"({"Type": 2, "SiteIpId": 1, "PersistentFlag": true, "CustomerId": 0, "SiteId": 82,
-              "IpAddr": "203.0.113.10"})",
-           {R"({"Type":2,"VpnId":0,"SiteIpId":1,"PersistentFlag":true,"CustomerId":0,)"
-            R"("SiteId":82,"IpAddr":"203.0.113.10"})"}},
-          {R"({"Type": 255, "SiteIpId": 255, "CustomerId": -1, "SiteId": -2, "VpnId": -3,
+         {{R"({"Type": 255, "SiteIpId": 255, "CustomerId": -1, "SiteId": -2, "VpnId": -3,
               "IpAddr": "0.0.0.0", "Ip6Addr": "2001:db8:0:0:1:0:3:4", "PersistentFlag": true})",
            // The longest run of two or more zero groups is the one compressed.
            {R"("Ip6Addr":"2001:db8::1:0:3:4")"}},
@@ -363,13 +295,7 @@ std::vector<KindSamples> AllSamples() {
             R"("SiteId":7})"},
            {{0, 1}, {1, 3}, {8, 7}, {12, 9}}}}},
         {RecordKind::Link,
-         {{R"({"NetId": 1, "LinkId": 1, "Role": true, "Simu": false, "Type": 2,
-              "PersistentFlag": true, "Mode": 0, "Thresh": 3, "ProtoVersion": 1, "WanId": 1,
-              "LocalVpnId": 0, "PeerSiteIpId": 1, "PeerVpnId": 0, "LocalSitePort": 49152,
-              "PeerSitePort": 49152, "PeerSiteId": 82, "PeerCustomerId": 0,
-              "KeepaliveInterval": 5, "KeepaliveTimeout": 30})"},
-          {R"({"NetId": 1, "LinkId": 16777217, "Type": 2, "LocalSitePort": 70000})"},
-          {R"({"NetId": -1, "LinkId": -1, "Role": true, "Simu": true, "Type": 7,
+         {{R"({"NetId": -1, "LinkId": -1, "Role": true, "Simu": true, "Type": 7,
               "PersistentFlag": true, "Ipv6Flag": true, "Leased": true, "Mode": -2,
               "Thresh": 255, "ProtoVersion": 255, "WanId": 255, "LocalVpnId": -3,
               "PeerSiteIpId": 255, "PeerVpnId": 2147483646, "PeerSitePort": 65535,
@@ -391,15 +317,7 @@ std::vector<KindSamples> AllSamples() {
            {R"({"Type":39,"Lenth":16,"Ipv6":"fe80::1"})"}}}},
         {RecordKind::Rule, RuleSamples()},
         {RecordKind::Ratelimit,
-         {{R"({"RateLimitId": 1, "BucketRate": 0, "CBS": 0, "TokenBonus": 0, "Type": 1,
-              "PerIpBucketRate": 0, "PerIpCBS": 0, "UpdateType": 1, "PersistentFlag": true})",
-           {R"({"RateLimitId":1,"RateLimitObjId":0,"CustomerId":0,"BucketRate":0,"CBS":0,)"
-            R"("Type":1,"PerSrcIpBucketRate":0,"PerSrcIpCBS":0,"PerDstIpBucketRate":0,)"
-            R"("PerDstIpCBS":0,"UpdateType":true,"UpdateBucketRate":false,"UpdateCBS":false,)"
-            R"("UpdatePerSrcIpBucketRate":true,"UpdatePerDstIpBucketRate":false,)"
-            R"("UpdatePerSrcIpCBS":true,"UpdatePerDstIpCBS":false,"PersistentFlag":true,)"
-            R"("PerIpBucketRate":0,"PerIpCBS":0})"}},
-          {R"({"RateLimitId": 1, "Type": 2, "PerIpBucketRate": 0, "PerIpCBS": 77})"},
+         {{R"({"RateLimitId": 1, "Type": 2, "PerIpBucketRate": 0, "PerIpCBS": 77})"},
           {R"({"RateLimitId": 1, "Type": 1, "PerSrcIpCBS": 5, "PerIpBucketRate": 0})"},
           {R"({"RateLimitId": -1, "RateLimitObjId": -2, "CustomerId": -3, "BucketRate": -4,
               "CBS": 9223372036854775807, "Type": -5, "PerSrcIpBucketRate": -6,
@@ -410,10 +328,7 @@ std::vector<KindSamples> AllSamples() {
           {R"({"RateLimitId": 9, "Type": 2, "PerDstIpBucketRate": 500, "UpdateCBS": true})"},
           {"", {R"("RateLimitId":-294967296,)"}, {{0, 4000000000u}}}}},
         {RecordKind::AcsName,
-         {{R"({"id": 12, "ascname": "office", "version": 3, "persistentFlag": true,
-              "ipset": ["lan"], "domainset": ["corp"],
-              "Probe": {"Enable": 1, "Protocol": 6, "Port": 443, "Ip": "10.0.0.1"}})"},
-          {R"({"id": 7, "ascname": "office", "version": 5000000000, "persistentFlag": true,
+         {{R"({"id": 7, "ascname": "office", "version": 5000000000, "persistentFlag": true,
               "ipset": ["lan", "dmz"], "Probe": {"Enable": true, "Protocol": 6, "Port": 443,
               "Interval": 5, "Timeout": 2, "Retries": 3, "Ip": "10.1.2.3",
               "Host": "probe.example.org"}})",
@@ -422,7 +337,6 @@ std::vector<KindSamples> AllSamples() {
             R"("domainRequests":0,"ipset":["lan","dmz"],)"
             R"("domainset":[],"Probe":{"Enable":true,"Protocol":6,"Port":443,"Interval":5,)"
             R"("Timeout":2,"Retries":3,"Ip":"10.1.2.3","Host":"probe.example.org"}})"}},
-          {R"({"id": 1, "version": 0})"},
           {R"({"id": -2, "ascname": "x", "version": 9223372036854775807, "persistentFlag": true,
               "hasdomainsetid": true, "ipset": ["a", "b", "c"], "domainset": ["d"],
               "Probe": {"Enable": false, "Protocol": 255, "Port": 65535, "Interval": -3,
@@ -440,9 +354,6 @@ std::vector<KindSamples> AllSamples() {
             R"("bandLimit":{"sharePriority":2,"num":1,"bandLimit":)"
             R"([{"priority":2,"inkbps":1000000,"outkbps":1000000}]},)"
             R"("guaranteeBandLimit":{"sharePriority":0,"num":0,"bandLimit":[]}})"}},
-          // No "bandDist" and no blocks: the decoder still gives both.
-          {R"({"shaperId": 0, "sharedNum": 0, "persistentFlag": false, "wanKbps": 0,
-              "wanInKbps": 0, "inBurstMs": 0, "outBurstMs": 0})"},
           // Every field at its widest, the first block running on over the second.
           {R"({"shaperId": 255, "sharedNum": 255, "persistentFlag": true,
               "wanKbps": 2147483646, "wanInKbps": 2147483646, "inBurstMs": 65535,
@@ -450,11 +361,7 @@ std::vector<KindSamples> AllSamples() {
               "bandLimit": {"sharePriority": 255, "num": 16, "bandLimit": )" +
            ovtest::ShaperItems(16, 1000000000) +
            R"(}, "guaranteeBandLimit": {"sharePriority": 254, "num": 8, "bandLimit": )" +
-           ovtest::ShaperItems(8, 1000000) + "}}"},
-          {R"({"shaperId": 3, "persistentFlag": true, "wanKbps": 1, "wanInKbps": 2,
-              "inBurstMs": 3, "outBurstMs": 4, "bandDist": [1, 1, 1, 1, 1, 1, 1, 1],
-              "bandLimit": {"sharePriority": 1, "num": 12, "bandLimit": )" +
-           ovtest::ShaperItems(12, 5) + "}}"}}},
+           ovtest::ShaperItems(8, 1000000) + "}}"}}},
     };
 }
 
@@ -466,8 +373,8 @@ INSTANTIATE_TEST_SUITE_P(EveryKind, RecordRoundTrip, testing::ValuesIn(AllSample
 class AcsNameRecord : public RecordRoundTrip {};
 
 // The entries go in requests of their own: the decoded record shows how many
-// there were, and everything but those counts converts back.
-TEST_F(AcsNameRecord, EntryListsAreCountedButNotCarried) {
+// there were.
+TEST_F(AcsNameRecord, DecodedRecordCountsItsEntries) {
     const OV_RecordSpec &kindInfo = OV_RecordSpecOf(RecordKind::AcsName);
     std::vector<uint8_t> first = Convert(kindInfo, R"({"id": 4, "version": 2,
         "ipwithidlist": [{"id": 1, "ip": "1.2.3.4"}], "ipv6list": ["::1"],
@@ -475,10 +382,6 @@ TEST_F(AcsNameRecord, EntryListsAreCountedButNotCarried) {
     ASSERT_EQ(first.size(), kindInfo.size);
     std::string decoded = Decoded(kindInfo, first);
     EXPECT_NE(decoded.find(R"("addrNum":2,"domainNum":1,)"), std::string::npos) << decoded;
-    constexpr size_t from = offsetof(AgentAcsNameConf, addrNum);
-    constexpr size_t to = offsetof(AgentAcsNameConf, ipSets);
-    std::fill(first.begin() + from, first.begin() + to, 0);
-    EXPECT_TRUE(ovtest::SameBytes(Convert(kindInfo, decoded), first)) << decoded;
 }
 
 // Records only another sender gives (no JSON converts to them) are shown as

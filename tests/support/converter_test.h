@@ -43,11 +43,6 @@ inline std::string ShaperItems(size_t n, uint32_t base) {
     });
 }
 
-/// The line a converter's entry logs when the conversion fails with rc.
-inline std::string FailedLine(int32_t rc) {
-    return "Json to data struct failed(" + std::to_string(-rc) + ":" + OV_StrError(-rc) + ")";
-}
-
 /// Checks that `log` holds one Debug notice from `func` per key (the keys
 /// blank-separated), "<what> not set <key><end>", in the keys' order and no
 /// other; gives the JSON members (", \"key\": 1") that silence them all.
@@ -134,7 +129,9 @@ class RecordConverterTest : public ConverterTest {
             }
             EXPECT_EQ(CountOf(log, "Json to data struct failed("), c.rc == 0 ? 0u : 1u) << log;
             if (c.rc != 0) {
-                EXPECT_TRUE(Logged("Error", entry, FailedLine(c.rc))) << log;
+                const std::string failed = "Json to data struct failed(" + std::to_string(-c.rc) +
+                                           ":" + OV_StrError(-c.rc) + ")";
+                EXPECT_TRUE(Logged("Error", entry, failed)) << log;
             }
             if (more) {
                 more(c);
