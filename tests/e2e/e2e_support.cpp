@@ -117,7 +117,7 @@ AgentTest::StartPdtool(const std::vector<std::string> &args) const {
     return p;
 }
 
-PdtoolRun AgentTest::RunPdtool(const std::vector<std::string> &args) const {
+PdtoolRun AgentTest::PdtoolArgs(const std::vector<std::string> &args) {
     std::vector<std::string> argv = pdtoolLauncher_;
     argv.push_back(ovtest::NativePath(OV_PDTOOL_PATH));
     argv.insert(argv.end(), args.begin(), args.end());
@@ -129,13 +129,8 @@ PdtoolRun AgentTest::RunPdtool(const std::vector<std::string> &args) const {
                                       : std::string()) +
                   "stderr: " + r.err;
     }
+    EXPECT_TRUE(run.finished) << run.why;
     return run;
-}
-
-PdtoolRun AgentTest::PdtoolArgs(const std::vector<std::string> &args) {
-    PdtoolRun r = RunPdtool(args);
-    EXPECT_TRUE(r.finished) << r.why;
-    return r;
 }
 
 PdtoolRun AgentTest::Pdtool(const char *arg) {

@@ -55,8 +55,6 @@ class AgentTest : public testing::Test {
     /// Runs pdtool with one argument (or none when arg is nullptr).
     PdtoolRun Pdtool(const char *arg);
     PdtoolRun PdtoolArgs(const std::vector<std::string> &args);
-    /// As PdtoolArgs without test assertions, so worker threads may run it.
-    PdtoolRun RunPdtool(const std::vector<std::string> &args) const;
     /// Starts pdtool with these arguments and returns at once; the caller
     /// waits for it (Process::Wait) and reads its output.
     std::unique_ptr<ovtest::Process> StartPdtool(const std::vector<std::string> &args) const;
