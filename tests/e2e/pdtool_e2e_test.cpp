@@ -5,7 +5,6 @@
 #include "agentconf/link.h"
 #include "agentconf/rule.h"
 #include "agentconf/shaper.h"
-#include "base/mem.h"
 #include "cli/cmd.h"
 #include "cli/usage.h"
 #include "tests/e2e/command_samples.h"
@@ -244,66 +243,36 @@ TEST_F(Pdtool, ExtraArgumentsAreIgnored) {
     EXPECT_EQ(Only().payloadHex, Record(72).U32(0, 1).Hex());
 }
 
-class ShaperGets : public Pdtool {
-  protected:
-    void SetUp() override {
-        Pdtool::SetUp();
-        ovtest::StdoutCapture quiet;
-        AgentMemModuleRegister();
-        OV_AgentConfLogRegister();
-    }
-    void TearDown() override {
-        {
-            ovtest::StdoutCapture quiet;
-            OV_AgentConfLogUnregister();
-            AgentMemModuleUnregister();
-        }
-        Pdtool::TearDown();
-    }
-    // The pretty JSON pdtool prints for a shaper record.
-    std::string Pretty(const std::string &json) {
-        ovtest::StdoutCapture quiet;
-        AgentShaperConf conf;
-        std::memset(&conf, 0, sizeof conf);
-        EXPECT_EQ(OV_AgentShaperJsonStrToConf(&conf, json.c_str()), 0);
-        char *text = OV_AgentShaperConfToJsonStr(&conf);
-        OV_JsonPtr obj(json_tokener_parse(text));
-        AgentMemFree(text);
-        return json_object_to_json_string_ext(obj.get(), JSON_C_TO_STRING_PRETTY);
-    }
-};
-
-TEST_F(ShaperGets, SetDeleteAndGetOneShaper) {
-    Request q = SendOk(Cmd("set_shaper_conf", kUsageShaperSample));
+// The JSON a get prints is the shaper printer's (its own tests check it);
+// here what is asked for, in what order the table comes, and the line ends.
+TEST_F(Pdtool, ShapersAreSetGotListedInIdOrderAndDeleted) {
+    EXPECT_EQ(AgentTest::Pdtool("get_shaper_tbl").printed, kSuccess); // an empty table
+    std::string two = kUsageShaperSample;
+    two.replace(two.find("\"shaperId\": 1"), 13, "\"shaperId\": 2");
+    Request q = SendOk(Cmd("set_shaper_conf", two));
     EXPECT_EQ(q.module, 15);
     EXPECT_EQ(q.function, 1);
-    EXPECT_EQ(q.payloadHex, Converted(OV_AgentShaperJsonStrToConf, kUsageShaperSample));
+    EXPECT_EQ(q.payloadHex, Converted(OV_AgentShaperJsonStrToConf, two));
+    SendOk(Cmd("set_shaper_conf", kUsageShaperSample));
 
+    const std::string one = std::string(kSuccess) + "{\n  \"shaperId\":1,\n";
     PdtoolRun r = AgentTest::Pdtool("get_shaper_conf/shaperId=1");
-    EXPECT_EQ(r.printed, std::string(kSuccess) + Pretty(kUsageShaperSample) + "\n\n");
-    Request g = Journal().back();
-    EXPECT_EQ(g.function, 3);
-    EXPECT_EQ(g.payloadHex, Record(224).U8(0, 1).Hex());
+    EXPECT_EQ(r.printed.rfind(one, 0), 0u) << r.printed;
+    EXPECT_TRUE(r.printed.ends_with("}\n\n")) << r.printed;
+    EXPECT_EQ(Journal().back().function, 3);
+    EXPECT_EQ(Journal().back().payloadHex, Record(224).U8(0, 1).Hex());
+
+    r = AgentTest::Pdtool("get_shaper_tbl/ignored");
+    EXPECT_EQ(r.printed.rfind(one, 0), 0u) << r.printed;
+    EXPECT_NE(r.printed.find("}\n{\n  \"shaperId\":2,\n"), std::string::npos) << r.printed;
+    EXPECT_TRUE(r.printed.ends_with("}\n\n")) << r.printed;
+    EXPECT_EQ(Journal().back().function, 4);
+    EXPECT_EQ(Journal().back().payloadHex, "");
 
     r = AgentTest::Pdtool("del_shaper_conf/shaperId=1");
     EXPECT_EQ(r.printed, kSuccess);
     EXPECT_EQ(Journal().back().payloadHex, Record(224).U8(0, 1).Hex());
-    r = AgentTest::Pdtool("get_shaper_conf/shaperId=1");
-    EXPECT_EQ(r.printed, kAbsent);
-}
-
-TEST_F(ShaperGets, TableListsShapersInIdOrder) {
-    PdtoolRun r = AgentTest::Pdtool("get_shaper_tbl");
-    EXPECT_EQ(r.printed, kSuccess);
-    std::string two = kUsageShaperSample;
-    two.replace(two.find("\"shaperId\": 1"), 13, "\"shaperId\": 2");
-    AgentTest::Pdtool(Cmd("set_shaper_conf", two).c_str());
-    AgentTest::Pdtool(Cmd("set_shaper_conf", kUsageShaperSample).c_str());
-    r = AgentTest::Pdtool("get_shaper_tbl/ignored");
-    EXPECT_EQ(r.printed,
-              std::string(kSuccess) + Pretty(kUsageShaperSample) + "\n" + Pretty(two) + "\n\n");
-    EXPECT_EQ(Journal().back().function, 4);
-    EXPECT_EQ(Journal().back().payloadHex, "");
+    EXPECT_EQ(AgentTest::Pdtool("get_shaper_conf/shaperId=1").printed, kAbsent);
 }
 
 class SaCluster : public AgentTest {};
@@ -325,13 +294,6 @@ TEST_F(SaCluster, PrintsTheStateLineByLine) {
     Request q = Only();
     EXPECT_EQ(q.module, 15);
     EXPECT_EQ(q.function, 7);
-}
-
-TEST_F(SaCluster, AnAgentErrorPrintsOnlyTheFailureLine) {
-    StartAgent({"--fault-status", "15:7=-5"});
-    PdtoolRun r = Pdtool("get_sa_cluster");
-    EXPECT_EQ(r.exitStatus, 0);
-    EXPECT_EQ(r.printed, "Operation failed ret = -5 (Input/output error)");
 }
 
 } // namespace
