@@ -6,8 +6,6 @@
 #include <json-c/json.h>
 
 #include <cstdio>
-#include <cstring>
-#include <fstream>
 #include <sstream>
 
 namespace e2e {
@@ -106,15 +104,6 @@ void AgentTest::TearDown() {
 ovtest::EnvOverrides AgentTest::PdtoolEnv() const {
     return {{"OV_PIPE_DIR", dir_.empty() ? testing::TempDir() + "no_agent" : dir_},
             {"OV_PIPE_NAME", pipeName_.empty() ? "no_agent_here" : pipeName_}};
-}
-
-std::unique_ptr<ovtest::Process>
-AgentTest::StartPdtool(const std::vector<std::string> &args) const {
-    std::vector<std::string> argv = {ovtest::NativePath(OV_PDTOOL_PATH)};
-    argv.insert(argv.end(), args.begin(), args.end());
-    auto p = std::make_unique<ovtest::Process>();
-    EXPECT_EQ(p->Start(argv, PdtoolEnv()), 0);
-    return p;
 }
 
 PdtoolRun AgentTest::PdtoolArgs(const std::vector<std::string> &args) {

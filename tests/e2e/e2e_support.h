@@ -55,9 +55,6 @@ class AgentTest : public testing::Test {
     /// Runs pdtool with one argument (or none when arg is nullptr).
     PdtoolRun Pdtool(const char *arg);
     PdtoolRun PdtoolArgs(const std::vector<std::string> &args);
-    /// Starts pdtool with these arguments and returns at once; the caller
-    /// waits for it (Process::Wait) and reads its output.
-    std::unique_ptr<ovtest::Process> StartPdtool(const std::vector<std::string> &args) const;
     /// The requests the agent has journaled so far.
     std::vector<Request> Journal();
     /// The one request of the test (fails the test when there is not exactly one).
@@ -66,8 +63,7 @@ class AgentTest : public testing::Test {
     std::string Name();
     /// The environment that points pdtool at this test's agent.
     ovtest::EnvOverrides PdtoolEnv() const;
-    /// The agent's socket directory when set before StartAgent (a test that
-    /// connects to the agent itself uses its own process's one); else a
+    /// The agent's socket directory when set before StartAgent; else a
     /// private one. Ignored on Windows.
     std::string pipeDirOverride_;
     /// Put before the agent's and pdtool's command lines (say, to run them as

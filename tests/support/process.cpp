@@ -29,10 +29,6 @@ bool Process::WaitForStdout(const std::string &needle, uint32_t timeoutMs) const
     return OutputOf(*impl_).out.WaitFor(needle, timeoutMs);
 }
 
-bool Process::WaitForStderr(const std::string &needle, uint32_t timeoutMs) const {
-    return OutputOf(*impl_).err.WaitFor(needle, timeoutMs);
-}
-
 ProcessResult RunProcess(const std::vector<std::string> &argv, uint32_t timeoutMs,
                          const EnvOverrides &env) {
     ProcessResult result;
