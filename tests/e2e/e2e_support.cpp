@@ -6,6 +6,7 @@
 #include <json-c/json.h>
 
 #include <cstdio>
+#include <regex>
 #include <sstream>
 
 namespace e2e {
@@ -13,22 +14,6 @@ namespace e2e {
 namespace {
 
 constexpr uint32_t kRunTimeoutMs = 30000;
-
-bool IsStampAt(const std::string &s, size_t i) {
-    // [2026/01/02_03:04:05.006]
-    static const char kShape[] = "[dddd/dd/dd_dd:dd:dd.ddd]";
-    if (i + sizeof kShape - 1 > s.size()) {
-        return false;
-    }
-    for (size_t k = 0; k < sizeof kShape - 1; ++k) {
-        char c = s[i + k];
-        char want = kShape[k];
-        if (want == 'd' ? (c < '0' || c > '9') : c != want) {
-            return false;
-        }
-    }
-    return true;
-}
 
 } // namespace
 
@@ -41,17 +26,20 @@ int ExitOf(int32_t code) {
 }
 
 std::string WithoutLogLines(const std::string &out) {
+    // Only the stamp is matched: a whole long line would overflow the
+    // regex engine's stack.
+    static const std::regex kStamp(R"(\[\d{4}/\d\d/\d\d_\d\d:\d\d:\d\d\.\d{3}\])");
     std::string kept;
-    size_t i = 0;
-    while (i < out.size()) {
-        if (IsStampAt(out, i)) {
-            size_t nl = out.find('\n', i);
-            i = nl == std::string::npos ? out.size() : nl + 1;
-            continue;
+    size_t from = 0;
+    for (std::sregex_iterator it(out.begin(), out.end(), kStamp), end; it != end; ++it) {
+        const size_t at = static_cast<size_t>(it->position());
+        if (at >= from) { // not inside a line already taken out
+            kept += out.substr(from, at - from);
+            size_t nl = out.find('\n', at);
+            from = nl == std::string::npos ? out.size() : nl + 1;
         }
-        kept += out[i++];
     }
-    return kept;
+    return kept + out.substr(from);
 }
 
 std::string AgentTest::Name() {

@@ -72,6 +72,22 @@ TEST_F(Pdctl, EveryWordReachesTheAgentAsPdtoolSendsIt) {
     EXPECT_EQ(byPdctl, byPdtool);
     EXPECT_EQ(ovtest::Lines(r.out).back(), "36 applied, 10 failed, 0 not run") << r.out;
     EXPECT_EQ(r.exitStatus, 1);
+    // The numbers only the command table holds: the rule rows (a set and a
+    // delete each, first in the lines) carry table and operation in the
+    // function id; the engine rows (last) go to wan 0 with their codes.
+    auto sent = [&](size_t i, const std::string &to, const std::string &statusAndPayload) {
+        EXPECT_TRUE(byPdtool[i].starts_with(to + " ") && byPdtool[i].ends_with(statusAndPayload))
+            << lines[i];
+    };
+    const std::string rule = byPdtool[0].substr(byPdtool[0].rfind(' ')); // the converter's
+    for (size_t i = 0; i < 5; ++i) {
+        sent(2 * i, "4/" + std::to_string(kRuleSetRows[i].function), " 0" + rule);
+        sent(2 * i + 1, "4/" + std::to_string(kRuleDelRows[i].function),
+             " -2 " + Record(17528).U8(2, 1).U32(16, 7).Hex());
+    }
+    for (size_t i = 0; i < 18; ++i) {
+        sent(28 + i, "8/0", " 0 " + Record(104).U8(4, kEngineRows[i].code).U32(8, 30).Hex());
+    }
 }
 
 TEST_F(Pdctl, ApplyStopsAtTheFirstFailureUnlessToldToGoOn) {

@@ -118,6 +118,11 @@ TEST_F(Pdtool, EachCommandSendsItsRecordToItsModuleAndFunction) {
         {R"(set_acsname/{"id": 5, "version": 3, "persistentFlag": true})", kSuccess, 6, 0,
          Record(4480).U32(0, 5).Text(4, "aces5").U8(68, 1).U64(72, 3).Hex()},
         {"del_acsname/name=aces5", kSuccess, 6, 1, Record(4480).Text(4, "aces5").Hex()},
+        // A word longer than its row's name runs as that row.
+        {Cmd("set_policyX", kUsageRuleSample), kSuccess, 4, 0,
+         Converted(OV_AgentRuleJsonStrToConf, kUsageRuleSample)},
+        // In the order the usage text shows, the value is never reached: 0 is sent.
+        {"set_engine_srtt/wanid=1 value=1", kSuccess, 8, 0, Record(104).U8(4, 21).Hex()},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.word);
@@ -182,30 +187,6 @@ TEST_F(Pdtool, UnknownWordsAreReportedWithExitStatusZero) {
     }
 }
 
-TEST_F(Pdtool, RuleCommandsCarryTableAndOperationInTheFunctionId) {
-    const std::string rule = Converted(OV_AgentRuleJsonStrToConf, kUsageRuleSample);
-    std::vector<RuleRow> sets(std::begin(kRuleSetRows), std::end(kRuleSetRows));
-    sets.push_back({"set_policyX", 0x000});
-    for (const RuleRow &c : sets) {
-        SCOPED_TRACE(c.word);
-        PdtoolRun r = AgentTest::Pdtool(Cmd(c.word, kUsageRuleSample).c_str());
-        EXPECT_EQ(r.printed, kSuccess) << r.out;
-        Request q = Journal().back();
-        EXPECT_EQ(q.module, 4);
-        EXPECT_EQ(q.function, c.function);
-        EXPECT_EQ(q.payloadHex, rule);
-    }
-    for (const RuleRow &c : kRuleDelRows) {
-        SCOPED_TRACE(c.word);
-        PdtoolRun r = AgentTest::Pdtool(Cmd(c.word, kRuleDelArg).c_str());
-        EXPECT_EQ(r.printed, kAbsent) << r.out;
-        Request q = Journal().back();
-        EXPECT_EQ(q.module, 4);
-        EXPECT_EQ(q.function, c.function);
-        EXPECT_EQ(q.payloadHex, Record(17528).U8(2, 1).U32(16, 7).Hex());
-    }
-}
-
 TEST_F(Pdtool, TunnelSetWithVpnIdAndDelete) {
     std::string tunnel = TunnelSampleWithVpnId();
     Request q = SendOk(Cmd("set_tunnel", tunnel));
@@ -219,21 +200,6 @@ TEST_F(Pdtool, TunnelSetWithVpnIdAndDelete) {
     EXPECT_EQ(d.payloadHex, Record(616).U32(4, 0x2C200001).U64(548, ~0ull).Hex());
     AgentTest::Pdtool("del_tunnel/label=1 netid=2 vni=3"); // out of order: nothing read
     EXPECT_EQ(Journal().back().payloadHex, Record(616).U64(548, ~0ull).Hex());
-}
-
-TEST_F(Pdtool, EngineParametersGoToWanZeroWithTheRowsCode) {
-    for (const EngineRow &row : kEngineRows) {
-        SCOPED_TRACE(row.word);
-        PdtoolRun r = AgentTest::Pdtool(Cmd(row.word, kEngineArg).c_str());
-        EXPECT_EQ(r.printed, kSuccess) << r.out;
-        Request q = Journal().back();
-        EXPECT_EQ(q.module, 8);
-        EXPECT_EQ(q.function, 0);
-        EXPECT_EQ(q.payloadHex, Record(104).U8(4, row.code).U32(8, 30).Hex());
-    }
-    // In the order the usage text shows, the value is never reached: 0 is sent.
-    AgentTest::Pdtool("set_engine_srtt/wanid=1 value=1");
-    EXPECT_EQ(Journal().back().payloadHex, Record(104).U8(4, 21).Hex());
 }
 
 TEST_F(Pdtool, ExtraArgumentsAreIgnored) {
