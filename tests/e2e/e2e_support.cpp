@@ -94,7 +94,7 @@ ovtest::EnvOverrides AgentTest::PdtoolEnv() const {
             {"OV_PIPE_NAME", pipeName_.empty() ? "no_agent_here" : pipeName_}};
 }
 
-PdtoolRun AgentTest::PdtoolArgs(const std::vector<std::string> &args) {
+PdtoolRun AgentTest::Pdtool(const std::vector<std::string> &args) {
     std::vector<std::string> argv = pdtoolLauncher_;
     argv.push_back(ovtest::NativePath(OV_PDTOOL_PATH));
     argv.insert(argv.end(), args.begin(), args.end());
@@ -108,13 +108,6 @@ PdtoolRun AgentTest::PdtoolArgs(const std::vector<std::string> &args) {
     }
     EXPECT_TRUE(run.finished) << run.why;
     return run;
-}
-
-PdtoolRun AgentTest::Pdtool(const char *arg) {
-    if (arg == nullptr) {
-        return PdtoolArgs({});
-    }
-    return PdtoolArgs({arg});
 }
 
 std::vector<Request> AgentTest::Journal() {

@@ -52,9 +52,8 @@ class AgentTest : public testing::Test {
     /// Starts agentsim with the test's pipe name and directory.
     void StartAgent(const std::vector<std::string> &options = {});
     void StopAgent();
-    /// Runs pdtool with one argument (or none when arg is nullptr).
-    PdtoolRun Pdtool(const char *arg);
-    PdtoolRun PdtoolArgs(const std::vector<std::string> &args);
+    /// Runs pdtool with these arguments.
+    PdtoolRun Pdtool(const std::vector<std::string> &args = {});
     /// The requests the agent has journaled so far.
     std::vector<Request> Journal();
     /// The one request of the test (fails the test when there is not exactly one).

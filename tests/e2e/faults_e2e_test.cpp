@@ -73,7 +73,7 @@ TEST_F(Faults, EachFaultGivesItsCodeAndLineAndTheRunEnds) {
     size_t journaled = 0;
     for (const FaultCase &c : cases) {
         SCOPED_TRACE(c.word);
-        PdtoolRun r = Pdtool(c.word);
+        PdtoolRun r = Pdtool({c.word});
         EXPECT_EQ(r.exitStatus, 0);
         if (c.orPrinted == nullptr || r.printed != c.orPrinted) {
             EXPECT_EQ(r.printed, c.printed) << r.out;
@@ -86,8 +86,8 @@ TEST_F(Faults, EachFaultGivesItsCodeAndLineAndTheRunEnds) {
         EXPECT_EQ(all.back().fault, c.fault);
     }
     // The agent lived through all of it, and a sound request still works.
-    PdtoolRun r = Pdtool(R"(set_shaper_conf/{"shaperId": 1, "persistentFlag": false, )"
-                         R"("wanKbps": 1, "wanInKbps": 1, "inBurstMs": 1, "outBurstMs": 1})");
+    PdtoolRun r = Pdtool({R"(set_shaper_conf/{"shaperId": 1, "persistentFlag": false, )"
+                          R"("wanKbps": 1, "wanInKbps": 1, "inBurstMs": 1, "outBurstMs": 1})"});
     EXPECT_EQ(r.printed, kSuccess) << r.out;
     EXPECT_TRUE(agent_->Running());
 }

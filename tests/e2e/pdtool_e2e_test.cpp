@@ -42,13 +42,13 @@ std::string Cmd(const std::string &word, const std::string &arg) {
 using StartUp = AgentTest;
 
 TEST_F(StartUp, NoArgumentPrintsUsageAndExitsWithMinus22) {
-    PdtoolRun r = Pdtool(nullptr);
+    PdtoolRun r = Pdtool();
     EXPECT_EQ(r.exitStatus, ExitOf(-22));
     EXPECT_EQ(r.printed, std::string(CmdUsage));
 }
 
 TEST_F(StartUp, AbsentAgentEndsTheRunWithItsCode) {
-    PdtoolRun r = Pdtool("set_ratelimit/{}");
+    PdtoolRun r = Pdtool({"set_ratelimit/{}"});
     EXPECT_EQ(r.exitStatus, ExitOf(-2));
     EXPECT_EQ(r.printed, "Imc configure client init failed -2 No such file or directory\n");
     EXPECT_NE(r.out.find("Fail to connect pipe! error code=2\n"), std::string::npos) << r.out;
@@ -62,7 +62,7 @@ class Pdtool : public AgentTest {
     Request SendOk(const std::string &word) { return Send(word, kSuccess); }
     // Runs one command that reaches the agent; returns the last request.
     Request Send(const std::string &word, const std::string &printed) {
-        PdtoolRun r = AgentTest::Pdtool(word.c_str());
+        PdtoolRun r = AgentTest::Pdtool({word});
         EXPECT_EQ(r.exitStatus, 0);
         EXPECT_EQ(r.printed, printed) << r.out;
         std::vector<Request> all = Journal();
@@ -71,7 +71,7 @@ class Pdtool : public AgentTest {
     }
     // Runs one command that must fail before anything is sent.
     void RefusedLocally(const std::string &word, const std::string &printed) {
-        PdtoolRun r = AgentTest::Pdtool(word.c_str());
+        PdtoolRun r = AgentTest::Pdtool({word});
         EXPECT_EQ(r.exitStatus, 0);
         EXPECT_EQ(r.printed, printed) << r.out;
         EXPECT_TRUE(Journal().empty());
@@ -133,7 +133,7 @@ TEST_F(Pdtool, EachCommandSendsItsRecordToItsModuleAndFunction) {
     }
     // Type 3 converts and is reported as success, but nothing is sent.
     const size_t sent = Journal().size();
-    PdtoolRun r = AgentTest::Pdtool(R"(set_cpe_ip/{"Type": 3, "SiteIpId": 1, "SiteId": 1})");
+    PdtoolRun r = AgentTest::Pdtool({R"(set_cpe_ip/{"Type": 3, "SiteIpId": 1, "SiteId": 1})"});
     EXPECT_EQ(r.printed, kSuccess);
     EXPECT_EQ(Journal().size(), sent);
 }
@@ -194,16 +194,16 @@ TEST_F(Pdtool, TunnelSetWithVpnIdAndDelete) {
     EXPECT_EQ(q.function, 18);
     EXPECT_EQ(q.payloadHex, Converted(OV_AgentConnJsonStrToConf, tunnel));
 
-    AgentTest::Pdtool("del_tunnel/netid=300 label=2097153 vni=9");
+    AgentTest::Pdtool({"del_tunnel/netid=300 label=2097153 vni=9"});
     Request d = Journal().back();
     EXPECT_EQ(d.function, 19);
     EXPECT_EQ(d.payloadHex, Record(616).U32(4, 0x2C200001).U64(548, ~0ull).Hex());
-    AgentTest::Pdtool("del_tunnel/label=1 netid=2 vni=3"); // out of order: nothing read
+    AgentTest::Pdtool({"del_tunnel/label=1 netid=2 vni=3"}); // out of order: nothing read
     EXPECT_EQ(Journal().back().payloadHex, Record(616).U64(548, ~0ull).Hex());
 }
 
 TEST_F(Pdtool, ExtraArgumentsAreIgnored) {
-    PdtoolRun r = PdtoolArgs({"del_ratelimit/id=1", "del_ratelimit/id=2"});
+    PdtoolRun r = AgentTest::Pdtool({"del_ratelimit/id=1", "del_ratelimit/id=2"});
     EXPECT_EQ(r.exitStatus, 0);
     EXPECT_EQ(r.printed, kAbsent);
     EXPECT_EQ(Only().payloadHex, Record(72).U32(0, 1).Hex());
@@ -212,7 +212,7 @@ TEST_F(Pdtool, ExtraArgumentsAreIgnored) {
 // The JSON a get prints is the shaper printer's (its own tests check it);
 // here what is asked for, in what order the table comes, and the line ends.
 TEST_F(Pdtool, ShapersAreSetGotListedInIdOrderAndDeleted) {
-    EXPECT_EQ(AgentTest::Pdtool("get_shaper_tbl").printed, kSuccess); // an empty table
+    EXPECT_EQ(AgentTest::Pdtool({"get_shaper_tbl"}).printed, kSuccess); // an empty table
     std::string two = kUsageShaperSample;
     two.replace(two.find("\"shaperId\": 1"), 13, "\"shaperId\": 2");
     Request q = SendOk(Cmd("set_shaper_conf", two));
@@ -222,44 +222,23 @@ TEST_F(Pdtool, ShapersAreSetGotListedInIdOrderAndDeleted) {
     SendOk(Cmd("set_shaper_conf", kUsageShaperSample));
 
     const std::string one = std::string(kSuccess) + "{\n  \"shaperId\":1,\n";
-    PdtoolRun r = AgentTest::Pdtool("get_shaper_conf/shaperId=1");
+    PdtoolRun r = AgentTest::Pdtool({"get_shaper_conf/shaperId=1"});
     EXPECT_EQ(r.printed.rfind(one, 0), 0u) << r.printed;
     EXPECT_TRUE(r.printed.ends_with("}\n\n")) << r.printed;
     EXPECT_EQ(Journal().back().function, 3);
     EXPECT_EQ(Journal().back().payloadHex, Record(224).U8(0, 1).Hex());
 
-    r = AgentTest::Pdtool("get_shaper_tbl/ignored");
+    r = AgentTest::Pdtool({"get_shaper_tbl/ignored"});
     EXPECT_EQ(r.printed.rfind(one, 0), 0u) << r.printed;
     EXPECT_NE(r.printed.find("}\n{\n  \"shaperId\":2,\n"), std::string::npos) << r.printed;
     EXPECT_TRUE(r.printed.ends_with("}\n\n")) << r.printed;
     EXPECT_EQ(Journal().back().function, 4);
     EXPECT_EQ(Journal().back().payloadHex, "");
 
-    r = AgentTest::Pdtool("del_shaper_conf/shaperId=1");
+    r = AgentTest::Pdtool({"del_shaper_conf/shaperId=1"});
     EXPECT_EQ(r.printed, kSuccess);
     EXPECT_EQ(Journal().back().payloadHex, Record(224).U8(0, 1).Hex());
-    EXPECT_EQ(AgentTest::Pdtool("get_shaper_conf/shaperId=1").printed, kAbsent);
-}
-
-class SaCluster : public AgentTest {};
-
-TEST_F(SaCluster, PrintsTheStateLineByLine) {
-    StartAgent({"--sa-role", "1", "--sa-cal-queue-len", "4", "--sa-local-lan-id", "2",
-                "--sa-local-port", "8001", "--sa-master-port", "8002", "--sa-master-ip", "10.0.0.1",
-                "--sa-master-cpe-id", "77"});
-    PdtoolRun r = Pdtool("get_sa_cluster");
-    EXPECT_EQ(r.exitStatus, 0);
-    EXPECT_EQ(r.printed, "Operation success\n"
-                         "SA.Role: master\n"
-                         "SA.CalQueueLen: 4\n"
-                         "SA.LocalLanId: 2\n"
-                         "SA.LocalPort: 8001\n"
-                         "SA.MasterCpeId: 77\n"
-                         "SA.MasterIp: 10.0.0.1\n"
-                         "SA.MasterPort: 8002\n\n");
-    Request q = Only();
-    EXPECT_EQ(q.module, 15);
-    EXPECT_EQ(q.function, 7);
+    EXPECT_EQ(AgentTest::Pdtool({"get_shaper_conf/shaperId=1"}).printed, kAbsent);
 }
 
 } // namespace
