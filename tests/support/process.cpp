@@ -14,19 +14,19 @@
 namespace ovtest {
 
 int Process::ExitStatus() const {
-    return OutputOf(*impl_).ended ? OutputOf(*impl_).status : -1;
+    return impl_->ended ? impl_->status : -1;
 }
 
 std::string Process::Stdout() const {
-    return OutputOf(*impl_).out.Text();
+    return impl_->out.Text();
 }
 
 std::string Process::Stderr() const {
-    return OutputOf(*impl_).err.Text();
+    return impl_->err.Text();
 }
 
 bool Process::WaitForStdout(const std::string &needle, uint32_t timeoutMs) const {
-    return OutputOf(*impl_).out.WaitFor(needle, timeoutMs);
+    return impl_->out.WaitFor(needle, timeoutMs);
 }
 
 ProcessResult RunProcess(const std::vector<std::string> &argv, uint32_t timeoutMs,
@@ -64,19 +64,12 @@ bool WaitForFile(const std::string &path, uint32_t timeoutMs) {
 ScopedTempDir::ScopedTempDir(const std::string &tag) {
     static std::atomic<unsigned> counter{0};
     std::error_code ec;
-    std::filesystem::path base = std::filesystem::temp_directory_path(ec);
-    if (ec) {
-        return;
-    }
     // Test processes run in parallel: a random part keeps their names apart.
-    std::random_device random;
-    for (int attempt = 0; attempt < 16; ++attempt) {
-        std::filesystem::path dir = base / ("ovtest-" + tag + "-" + std::to_string(random()) + "-" +
-                                            std::to_string(counter++));
-        if (std::filesystem::create_directory(dir, ec) && !ec) {
-            path_ = dir.string();
-            return;
-        }
+    std::filesystem::path dir = std::filesystem::temp_directory_path(ec) /
+                                ("ovtest-" + tag + "-" + std::to_string(std::random_device()()) +
+                                 "-" + std::to_string(counter++));
+    if (!ec && std::filesystem::create_directory(dir, ec) && !ec) {
+        path_ = dir.string();
     }
 }
 

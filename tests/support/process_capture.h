@@ -1,5 +1,6 @@
-// Test support, internal to process*.cpp: text a child writes to one of its
-// streams, appended by a reader thread and read (or waited for) by tests.
+// Test support, internal to process*.cpp: a child process, and the text it
+// writes to one of its streams, appended by a reader thread and read (or
+// waited for) by tests.
 #pragma once
 
 #include "tests/support/process.h"
@@ -38,9 +39,11 @@ class CapturedText {
     std::string text_;
 };
 
-/// What a child's two streams and its end leave behind; each platform's
-/// Process::Impl adds its handle to it.
-struct ChildOutput {
+/// A child: its identity on the platform, what its two streams and its end
+/// leave behind.
+struct Process::Impl {
+    int64_t pid = -1;        ///< POSIX: the process id; Windows: set with process
+    void *process = nullptr; ///< Windows: the process handle
     bool ended = false;
     int status = -1;
     CapturedText out;
@@ -56,8 +59,5 @@ struct ChildOutput {
         }
     }
 };
-
-/// The shared part of a platform's Process::Impl.
-const ChildOutput &OutputOf(const Process::Impl &impl);
 
 } // namespace ovtest

@@ -11,15 +11,6 @@
 
 namespace ovtest {
 
-struct Process::Impl : ChildOutput {
-    HANDLE process = nullptr;
-    DWORD pid = 0;
-};
-
-const ChildOutput &OutputOf(const Process::Impl &impl) {
-    return impl;
-}
-
 namespace {
 
 // Inheritable handles exist between their creation and the child's start;
@@ -231,7 +222,7 @@ bool Process::Running() {
 
 bool Process::Interrupt() {
     return impl_->process != nullptr && !impl_->ended &&
-           GenerateConsoleCtrlEvent(CTRL_BREAK_EVENT, impl_->pid) != FALSE;
+           GenerateConsoleCtrlEvent(CTRL_BREAK_EVENT, static_cast<DWORD>(impl_->pid)) != FALSE;
 }
 
 void Process::Kill() {
