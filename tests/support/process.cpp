@@ -13,6 +13,27 @@
 
 namespace ovtest {
 
+namespace {
+
+// True once done() is, false when timeoutMs passed first.
+template <typename Done>
+bool PollUntil(Done done, uint32_t timeoutMs) {
+    auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() >= until) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+} // namespace
+
+bool Process::Wait(uint32_t timeoutMs) {
+    return PollUntil([this] { return !Running(); }, timeoutMs);
+}
+
 int Process::ExitStatus() const {
     return impl_->ended ? impl_->status : -1;
 }
@@ -26,7 +47,7 @@ std::string Process::Stderr() const {
 }
 
 bool Process::WaitForStdout(const std::string &needle, uint32_t timeoutMs) const {
-    return impl_->out.WaitFor(needle, timeoutMs);
+    return PollUntil([&] { return Stdout().find(needle) != std::string::npos; }, timeoutMs);
 }
 
 ProcessResult RunProcess(const std::vector<std::string> &argv, uint32_t timeoutMs,
@@ -48,17 +69,9 @@ ProcessResult RunProcess(const std::vector<std::string> &argv, uint32_t timeoutM
 }
 
 bool WaitForFile(const std::string &path, uint32_t timeoutMs) {
-    auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    for (;;) {
-        std::error_code ec;
-        if (std::filesystem::exists(std::filesystem::path(path), ec)) {
-            return true;
-        }
-        if (std::chrono::steady_clock::now() >= until) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    std::error_code ec;
+    return PollUntil([&] { return std::filesystem::exists(std::filesystem::path(path), ec); },
+                     timeoutMs);
 }
 
 ScopedTempDir::ScopedTempDir(const std::string &tag) {

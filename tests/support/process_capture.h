@@ -1,12 +1,9 @@
 // Test support, internal to process*.cpp: a child process, and the text it
-// writes to one of its streams, appended by a reader thread and read (or
-// waited for) by tests.
+// writes to one of its streams, appended by a reader thread and read by tests.
 #pragma once
 
 #include "tests/support/process.h"
 
-#include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -17,25 +14,16 @@ namespace ovtest {
 class CapturedText {
   public:
     void Append(const char *bytes, size_t n) {
-        {
-            std::lock_guard<std::mutex> guard(lock_);
-            text_.append(bytes, n);
-        }
-        changed_.notify_all();
+        std::lock_guard<std::mutex> guard(lock_);
+        text_.append(bytes, n);
     }
     std::string Text() const {
         std::lock_guard<std::mutex> guard(lock_);
         return text_;
     }
-    bool WaitFor(const std::string &needle, uint32_t timeoutMs) const {
-        std::unique_lock<std::mutex> guard(lock_);
-        return changed_.wait_for(guard, std::chrono::milliseconds(timeoutMs),
-                                 [&] { return text_.find(needle) != std::string::npos; });
-    }
 
   private:
     mutable std::mutex lock_;
-    mutable std::condition_variable changed_;
     std::string text_;
 };
 

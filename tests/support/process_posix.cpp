@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
@@ -148,17 +147,6 @@ int32_t Process::Start(const std::vector<std::string> &argv, const EnvOverrides 
     impl_->outReader = std::thread(Drain, outPipe[0], &impl_->out);
     impl_->errReader = std::thread(Drain, errPipe[0], &impl_->err);
     return 0;
-}
-
-bool Process::Wait(uint32_t timeoutMs) {
-    auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (!Reap(impl_.get(), false)) {
-        if (std::chrono::steady_clock::now() >= until) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
 }
 
 bool Process::Running() {

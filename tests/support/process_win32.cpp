@@ -212,10 +212,6 @@ int32_t Process::Start(const std::vector<std::string> &argv, const EnvOverrides 
     return 0;
 }
 
-bool Process::Wait(uint32_t timeoutMs) {
-    return Reap(impl_.get(), timeoutMs);
-}
-
 bool Process::Running() {
     return impl_->process != nullptr && !Reap(impl_.get(), 0);
 }
