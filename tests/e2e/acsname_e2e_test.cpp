@@ -1,6 +1,7 @@
 // Access names end to end: the largest access name one command line carries
 // and a full one through pdctl, as agentsim receives, journals and keeps them.
 #include "agentconf/acsname_entries.h"
+#include "agentconf/json_conv.h"
 #include "tests/e2e/e2e_support.h"
 
 #include <json-c/json.h>
@@ -95,23 +96,6 @@ std::vector<std::string> Payloads(const std::vector<Request> &requests) {
     return out;
 }
 
-// Every address and domain the journal's entry requests carried, in order.
-void EntriesSeen(const std::vector<Request> &journal, std::vector<std::string> seen[2]) {
-    for (const Request &q : journal) {
-        json_object *rec = json_tokener_parse(q.record.c_str());
-        json_object *list = nullptr;
-        const bool isAddr = json_object_object_get_ex(rec, "addresses", &list);
-        if (isAddr || json_object_object_get_ex(rec, "domains", &list)) {
-            for (size_t i = 0; i < json_object_array_length(list); ++i) {
-                json_object *entry = json_object_array_get_idx(list, i);
-                seen[isAddr ? 0 : 1].push_back(json_object_get_string(
-                    json_object_object_get(entry, isAddr ? "ip" : "domain")));
-            }
-        }
-        json_object_put(rec);
-    }
-}
-
 class AccessNames : public AgentTest {
   protected:
     void SetUp() override {
@@ -137,6 +121,28 @@ class AccessNames : public AgentTest {
         json_object_put(root);
         return Payloads(out);
     }
+    // The journal's entry requests carried every address and domain in
+    // order, in `requests` requests with the record's, and the state keeps them.
+    void ExpectArrivedWhole(const Largest &sent, size_t requests) {
+        std::vector<std::string> seen[2];
+        const std::vector<Request> journal = Journal();
+        for (const Request &q : journal) {
+            OV_JsonPtr rec(json_tokener_parse(q.record.c_str()));
+            json_object *list = nullptr;
+            const bool isAddr = json_object_object_get_ex(rec.get(), "addresses", &list);
+            if (isAddr || json_object_object_get_ex(rec.get(), "domains", &list)) {
+                for (size_t i = 0; i < json_object_array_length(list); ++i) {
+                    json_object *entry = json_object_array_get_idx(list, i);
+                    seen[isAddr ? 0 : 1].push_back(json_object_get_string(
+                        json_object_object_get(entry, isAddr ? "ip" : "domain")));
+                }
+            }
+        }
+        EXPECT_EQ(seen[0], sent.addrs);
+        EXPECT_EQ(seen[1], sent.domains);
+        EXPECT_EQ(journal.size(), requests);
+        EXPECT_EQ(State(), Payloads(journal));
+    }
     std::string state_;
 };
 
@@ -145,15 +151,8 @@ TEST_F(AccessNames, LargestThatOneCommandLineCarriesArrivesWholeAndIsKept) {
     ASSERT_EQ(Cost(big.arg), ArgumentRoom());
     PdtoolRun r = Pdtool({big.arg});
     ASSERT_EQ(r.printed, "Operation success\n") << r.why;
-
-    std::vector<std::string> seen[2];
-    std::vector<Request> journal = Journal();
-    EntriesSeen(journal, seen);
-    EXPECT_EQ(seen[0], big.addrs);
-    EXPECT_EQ(seen[1], big.domains);
-    EXPECT_EQ(journal.size(),
-              1 + (big.addrs.size() + 2725) / 2726 + (big.domains.size() + 254) / 255);
-    EXPECT_EQ(State(), Payloads(journal));
+    ExpectArrivedWhole(big,
+                       1 + (big.addrs.size() + 2725) / 2726 + (big.domains.size() + 254) / 255);
 }
 
 // pdctl reads files, so no command-line limit applies: a full access name.
@@ -169,14 +168,7 @@ TEST_F(AccessNames, AFullAccessNameThroughPdctlApplyArrivesWhole) {
     ASSERT_EQ(r.exitStatus, 0) << r.out << r.err;
     EXPECT_NE(r.out.find(": set_acsname: ok\n1 applied, 0 failed, 0 not run\n"), std::string::npos)
         << r.out;
-
-    std::vector<std::string> seen[2];
-    std::vector<Request> journal = Journal();
-    EntriesSeen(journal, seen);
-    EXPECT_EQ(seen[0], full.addrs);
-    EXPECT_EQ(seen[1], full.domains);
-    EXPECT_EQ(journal.size(), 1u + 2 + 17); // 2726 addresses and 255 domains a request
-    EXPECT_EQ(State(), Payloads(journal));
+    ExpectArrivedWhole(full, 1 + 2 + 17); // 2726 addresses and 255 domains a request
 }
 
 } // namespace

@@ -73,15 +73,13 @@ void AgentTest::StartAgent(const std::vector<std::string> &options) {
     agent_ = std::make_unique<ovtest::Process>();
     ASSERT_EQ(agent_->Start(argv), 0);
     ASSERT_TRUE(ovtest::WaitForFile(ready, 20000)) << agent_->Stderr();
-    started_ = true;
 }
 
 void AgentTest::StopAgent() {
     // Every request is journaled before its reply goes out, so nothing is
     // lost by ending the agent at once (its clean shutdown has its own tests).
-    if (started_) {
+    if (agent_ != nullptr) {
         agent_->Kill();
-        started_ = false;
     }
 }
 
@@ -99,13 +97,9 @@ PdtoolRun AgentTest::Pdtool(const std::vector<std::string> &args) {
     argv.push_back(ovtest::NativePath(OV_PDTOOL_PATH));
     argv.insert(argv.end(), args.begin(), args.end());
     ovtest::ProcessResult r = ovtest::RunProcess(argv, kRunTimeoutMs, PdtoolEnv());
-    PdtoolRun run{r.exitStatus, r.out, WithoutLogLines(r.out), r.startResult == 0 && !r.timedOut};
-    if (!run.finished || run.exitStatus != 0) {
-        run.why = (r.timedOut ? "timed out; " : "") +
-                  (r.startResult != 0 ? "start failed " + std::to_string(r.startResult) + "; "
-                                      : std::string()) +
-                  "stderr: " + r.err;
-    }
+    PdtoolRun run{r.exitStatus, r.out, WithoutLogLines(r.out), r.startResult == 0 && !r.timedOut,
+                  std::string(r.timedOut ? "timed out; " : "") + "start " +
+                      std::to_string(r.startResult) + "; stderr: " + r.err};
     EXPECT_TRUE(run.finished) << run.why;
     return run;
 }

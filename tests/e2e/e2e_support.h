@@ -32,7 +32,7 @@ struct PdtoolRun {
     std::string out;      ///< everything on standard output
     std::string printed;  ///< standard output without the time-stamped log lines
     bool finished = true; ///< started, and ended before the time-out
-    std::string why;      ///< when not finished or not 0: what went wrong, standard error
+    std::string why;      ///< whether it timed out, its start result, standard error
 };
 
 /// The exit status a process reports for a program that returned code.
@@ -73,7 +73,6 @@ class AgentTest : public testing::Test {
     std::string pipeName_;
     std::string journal_;
     std::unique_ptr<ovtest::Process> agent_; ///< a new one per start
-    bool started_ = false;
 };
 
 } // namespace e2e
