@@ -5,6 +5,7 @@
 
 #include <json-c/json.h>
 
+#include <atomic>
 #include <cstdio>
 #include <regex>
 #include <sstream>
@@ -44,18 +45,13 @@ std::string WithoutLogLines(const std::string &out) {
 
 std::string AgentTest::Name() {
     // Short enough for a socket path (108 bytes) and unique per test and
-    // test process, so tests run side by side, also when two builds' suites
-    // run at once on one machine (or in one Wine prefix). The capitals are
-    // letters a plain OV_PIPE_NAME may hold.
-    const testing::TestInfo *info = testing::UnitTest::GetInstance()->current_test_info();
-    std::string full = std::string(info->test_suite_name()) + "." + info->name();
-    uint32_t hash = 2166136261u;
-    for (char c : full) {
-        hash = (hash ^ static_cast<uint8_t>(c)) * 16777619u;
+    // test process, so tests run side by side. The capitals are letters a
+    // plain OV_PIPE_NAME may hold.
+    static std::atomic<unsigned> tests{0};
+    if (name_.empty()) {
+        name_ = "e2eAZ" + std::to_string(SimProcessId()) + "-" + std::to_string(tests++);
     }
-    char buf[32];
-    std::snprintf(buf, sizeof buf, "e2eAZ%08x-%u", hash, static_cast<unsigned>(SimProcessId()));
-    return buf;
+    return name_;
 }
 
 void AgentTest::StartAgent(const std::vector<std::string> &options) {

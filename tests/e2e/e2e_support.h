@@ -69,6 +69,7 @@ class AgentTest : public testing::Test {
     /// another user); empty: run directly.
     std::vector<std::string> agentLauncher_;
     std::vector<std::string> pdtoolLauncher_;
+    std::string name_;
     std::string dir_;
     std::string pipeName_;
     std::string journal_;
