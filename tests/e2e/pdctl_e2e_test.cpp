@@ -222,13 +222,27 @@ TEST_F(Pdctl, ApplyWithoutAnAgentSaysSoInOneLine) {
                      "or directory)\n");
 }
 
-// The warnings' texts have their unit tests; here, how check reports them.
 TEST_F(Pdctl, CheckReportsRefusalsAndWarningsByLine) {
-    std::string w = WriteFile("w.conf", "get_shaper_tbl\ndel_link/netid=1 linkid=2\n");
-    const std::string warned = w + ":2: del_link: warning: only 0 of 2 values read as \"linkid=%u "
-                                   "netid=%u\": the rest are sent as 0\n"
-                                   "2 checked, 0 refused, 1 with warnings\n";
-    std::string refused = WriteFile("r.conf", "set_ratelimit\n");
+    const std::string warnings = "set_dns_proxy/" + std::string(kUsageRuleSample) +
+                                 "\n"
+                                 "set_pop_ip/{\"Type\": 3, \"SiteIpId\": 1, \"SiteId\": 1}\n"
+                                 "del_link/netid=1 linkid=2\n"
+                                 "del_ratelimitX/id=1\n";
+    // A get is taken without an agent too.
+    std::string w = WriteFile("w.conf", "get_shaper_tbl\n" + warnings);
+    std::string both = WriteFile("b.conf", warnings + "set_ratelimit\n");
+    const std::string warned =
+        w +
+        ":2: set_dns_proxy: warning: runs as set_dns, which comes before set_dns_proxy in "
+        "the command table\n" +
+        w + ":3: set_pop_ip: warning: nothing is sent: only a link-IP record of Type 1 or 2 is\n" +
+        w +
+        ":4: del_link: warning: only 0 of 2 values read as \"linkid=%u netid=%u\": the rest "
+        "are sent as 0\n" +
+        w +
+        ":5: del_ratelimitX: warning: runs as del_ratelimit, the command name the word "
+        "starts with\n" +
+        "5 checked, 0 refused, 4 with warnings\n";
     struct Case {
         std::vector<std::string> args;
         int exitStatus;
@@ -237,19 +251,21 @@ TEST_F(Pdctl, CheckReportsRefusalsAndWarningsByLine) {
     const Case cases[] = {
         {{"check", w}, 0, warned},
         {{"check", "--strict", w}, 1, warned},
-        {{"check", refused},
-         1,
-         refused + ":1: set_ratelimit: refused -22 (Invalid argument)\n"
-                   "    Invalid arg(null)\n"
-                   "1 checked, 1 refused, 0 with warnings\n"},
     };
     for (const Case &c : cases) {
-        SCOPED_TRACE(c.args.back());
+        SCOPED_TRACE(c.args.size());
         ovtest::ProcessResult r = Run(c.args);
         EXPECT_EQ(r.exitStatus, c.exitStatus);
         EXPECT_EQ(r.out, c.out);
         EXPECT_EQ(r.err, "");
     }
+    ovtest::ProcessResult r = Run({"check", both});
+    EXPECT_EQ(r.exitStatus, 1);
+    EXPECT_NE(r.out.find(both + ":5: set_ratelimit: refused -22 (Invalid argument)\n"
+                                "    Invalid arg(null)\n"),
+              std::string::npos)
+        << r.out;
+    EXPECT_EQ(ovtest::Lines(r.out).back(), "5 checked, 1 refused, 4 with warnings");
     EXPECT_TRUE(Journal().empty()); // no agent was asked
 }
 
