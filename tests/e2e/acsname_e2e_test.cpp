@@ -146,13 +146,24 @@ class AccessNames : public AgentTest {
     std::string state_;
 };
 
-TEST_F(AccessNames, LargestThatOneCommandLineCarriesArrivesWholeAndIsKept) {
+TEST_F(AccessNames, LargestThatOneCommandLineCarriesArrivesWholeAndSurvivesARestart) {
     const Largest big = LargestAccessName(ArgumentRoom());
     ASSERT_EQ(Cost(big.arg), ArgumentRoom());
     PdtoolRun r = Pdtool({big.arg});
     ASSERT_EQ(r.printed, "Operation success\n") << r.why;
     ExpectArrivedWhole(big,
                        1 + (big.addrs.size() + 2725) / 2726 + (big.domains.size() + 254) / 255);
+
+    // Restarted on its state, the agent has the whole access name: a later
+    // change rewrites the file with every entry request still in it.
+    const std::vector<std::string> before = State();
+    StopAgent();
+    StartAgent({"--state", state_});
+    EXPECT_EQ(Pdtool({R"(set_ratelimit/{"RateLimitId": 1, "PersistentFlag": true})"}).printed,
+              "Operation success\n");
+    std::vector<std::string> kept = State();
+    ASSERT_FALSE(kept.empty());
+    EXPECT_EQ(std::vector<std::string>(kept.begin() + 1, kept.end()), before);
 }
 
 // pdctl reads files, so no command-line limit applies: a full access name.

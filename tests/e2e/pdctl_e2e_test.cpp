@@ -91,9 +91,7 @@ TEST_F(Pdctl, EveryWordReachesTheAgentAsPdtoolSendsIt) {
 }
 
 TEST_F(Pdctl, ApplyStopsAtTheFirstFailureUnlessToldToGoOn) {
-    StartAgent({"--sa-role", "2", "--sa-cal-queue-len", "4", "--sa-local-lan-id", "2",
-                "--sa-local-port", "8001", "--sa-master-port", "8002", "--sa-master-ip", "10.0.0.1",
-                "--sa-master-cpe-id", "77"});
+    StartAgent({"--sa-role", "2"}); // the other SA fields at their defaults
     std::string file = WriteFile("site.conf", "# site\n"
                                               "set_engine_srtt/value=3 wanid=0\n"
                                               "\n"
@@ -116,8 +114,8 @@ TEST_F(Pdctl, ApplyStopsAtTheFirstFailureUnlessToldToGoOn) {
     EXPECT_EQ(r.exitStatus, 1);
     EXPECT_EQ(r.out, head + file + ":5: del_ratelimit: failed -2 (No such file or directory)\n" +
                          file + ":6: get_sa_cluster: ok\n" +
-                         "SA.Role: slave\nSA.CalQueueLen: 4\nSA.LocalLanId: 2\nSA.LocalPort: 8001\n"
-                         "SA.MasterCpeId: 77\nSA.MasterIp: 10.0.0.1\nSA.MasterPort: 8002\n" +
+                         "SA.Role: slave\nSA.CalQueueLen: 0\nSA.LocalLanId: 0\nSA.LocalPort: 0\n"
+                         "SA.MasterCpeId: 0\nSA.MasterIp: 0.0.0.0\nSA.MasterPort: 0\n" +
                          file + ":7: bogus: failed -22 (Invalid argument)\n" +
                          "    invalid command bogus, please refer to help\n" +
                          "2 applied, 3 failed, 0 not run\n");

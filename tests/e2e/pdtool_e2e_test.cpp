@@ -259,5 +259,26 @@ TEST_F(Pdtool, ShapersAreSetGotListedInIdOrderAndDeleted) {
     EXPECT_EQ(AgentTest::Pdtool({"get_shaper_conf/shaperId=1"}).printed, kAbsent);
 }
 
+class SaCluster : public AgentTest {};
+
+TEST_F(SaCluster, PrintsTheStateLineByLine) {
+    StartAgent({"--sa-role", "1", "--sa-cal-queue-len", "4", "--sa-local-lan-id", "2",
+                "--sa-local-port", "8001", "--sa-master-port", "8002", "--sa-master-ip", "10.0.0.1",
+                "--sa-master-cpe-id", "77"});
+    PdtoolRun r = Pdtool({"get_sa_cluster"});
+    EXPECT_EQ(r.exitStatus, 0);
+    EXPECT_EQ(r.printed, "Operation success\n"
+                         "SA.Role: master\n"
+                         "SA.CalQueueLen: 4\n"
+                         "SA.LocalLanId: 2\n"
+                         "SA.LocalPort: 8001\n"
+                         "SA.MasterCpeId: 77\n"
+                         "SA.MasterIp: 10.0.0.1\n"
+                         "SA.MasterPort: 8002\n\n");
+    Request q = Only();
+    EXPECT_EQ(q.module, 15);
+    EXPECT_EQ(q.function, 7);
+}
+
 } // namespace
 } // namespace e2e
