@@ -1,7 +1,7 @@
-// Access names end to end: the record and its entry requests as agentsim
-// receives, journals and keeps them, the largest access name one command
-// line carries, and a refusal halfway through.
+// Access names end to end: the largest access name one command line carries
+// and a full one through pdctl, as agentsim receives, journals and keeps them.
 #include "agentconf/acsname_entries.h"
+#include "agentconf/json_conv.h"
 #include "tests/e2e/e2e_support.h"
 
 #include <json-c/json.h>
@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -97,23 +96,6 @@ std::vector<std::string> Payloads(const std::vector<Request> &requests) {
     return out;
 }
 
-// Every address and domain the journal's entry requests carried, in order.
-void EntriesSeen(const std::vector<Request> &journal, std::vector<std::string> seen[2]) {
-    for (const Request &q : journal) {
-        json_object *rec = json_tokener_parse(q.record.c_str());
-        json_object *list = nullptr;
-        const bool isAddr = json_object_object_get_ex(rec, "addresses", &list);
-        if (isAddr || json_object_object_get_ex(rec, "domains", &list)) {
-            for (size_t i = 0; i < json_object_array_length(list); ++i) {
-                json_object *entry = json_object_array_get_idx(list, i);
-                seen[isAddr ? 0 : 1].push_back(json_object_get_string(
-                    json_object_object_get(entry, isAddr ? "ip" : "domain")));
-            }
-        }
-        json_object_put(rec);
-    }
-}
-
 class AccessNames : public AgentTest {
   protected:
     void SetUp() override {
@@ -127,11 +109,8 @@ class AccessNames : public AgentTest {
     }
     // The requests the state file keeps, as Payloads shows them.
     std::vector<std::string> State() const {
-        std::ifstream in(state_, std::ios::binary);
-        std::stringstream text;
-        text << in.rdbuf();
         std::vector<Request> out;
-        json_object *root = json_tokener_parse(text.str().c_str());
+        json_object *root = json_tokener_parse(ovtest::ReadWholeFile(state_).c_str());
         json_object *records = json_object_object_get(root, "records");
         for (size_t i = 0; i < json_object_array_length(records); ++i) {
             json_object *rec = json_object_array_get_idx(records, i);
@@ -142,57 +121,49 @@ class AccessNames : public AgentTest {
         json_object_put(root);
         return Payloads(out);
     }
+    // The journal's entry requests carried every address and domain in
+    // order, in `requests` requests with the record's, and the state keeps them.
+    void ExpectArrivedWhole(const Largest &sent, size_t requests) {
+        std::vector<std::string> seen[2];
+        const std::vector<Request> journal = Journal();
+        for (const Request &q : journal) {
+            OV_JsonPtr rec(json_tokener_parse(q.record.c_str()));
+            json_object *list = nullptr;
+            const bool isAddr = json_object_object_get_ex(rec.get(), "addresses", &list);
+            if (isAddr || json_object_object_get_ex(rec.get(), "domains", &list)) {
+                for (size_t i = 0; i < json_object_array_length(list); ++i) {
+                    json_object *entry = json_object_array_get_idx(list, i);
+                    seen[isAddr ? 0 : 1].push_back(json_object_get_string(
+                        json_object_object_get(entry, isAddr ? "ip" : "domain")));
+                }
+            }
+        }
+        EXPECT_EQ(seen[0], sent.addrs);
+        EXPECT_EQ(seen[1], sent.domains);
+        EXPECT_EQ(journal.size(), requests);
+        EXPECT_EQ(State(), Payloads(journal));
+    }
     std::string state_;
 };
-
-TEST_F(AccessNames, ReadmeExampleArrivesWholeAndTheSameOnEveryRun) {
-    const char *example =
-        R"(set_acsname/{"id": 5, "ascname": "corp", "version": 1, "persistentFlag": true, )"
-        R"("iplist": ["10.1.0.0/16"], "domainlist": ["example.com"]})";
-    EXPECT_EQ(Pdtool(example).printed, "Operation success\n");
-    EXPECT_EQ(Pdtool(example).printed, "Operation success\n");
-    std::vector<Request> journal = Journal();
-    ASSERT_EQ(journal.size(), 6u);
-    const std::vector<std::string> once = Payloads({journal.begin(), journal.begin() + 3});
-    EXPECT_EQ(Payloads({journal.begin() + 3, journal.end()}), once);
-    EXPECT_EQ(State(), once);
-    EXPECT_EQ((std::vector<int>{journal[0].function, journal[1].function, journal[2].function}),
-              (std::vector<int>{0, 2, 3}));
-    EXPECT_NE(journal[0].record.find(R"("addrRequests":1,"domainRequests":1,)"), std::string::npos);
-    EXPECT_EQ(
-        journal[1].record,
-        R"({"id":5,"ascname":"corp","first":0,"count":1,"addresses":[{"id":0,"ip":"10.1.0.0/16"}]})");
-    EXPECT_EQ(
-        journal[2].record,
-        R"({"id":5,"ascname":"corp","first":0,"count":1,"domains":[{"id":0,"domain":"example.com"}]})");
-    EXPECT_EQ(Pdtool("del_acsname/name=corp").printed, "Operation success\n");
-    EXPECT_TRUE(State().empty());
-}
 
 TEST_F(AccessNames, LargestThatOneCommandLineCarriesArrivesWholeAndSurvivesARestart) {
     const Largest big = LargestAccessName(ArgumentRoom());
     ASSERT_EQ(Cost(big.arg), ArgumentRoom());
-    PdtoolRun r = Pdtool(big.arg.c_str());
+    PdtoolRun r = Pdtool({big.arg});
     ASSERT_EQ(r.printed, "Operation success\n") << r.why;
-
-    std::vector<std::string> seen[2];
-    std::vector<Request> journal = Journal();
-    EntriesSeen(journal, seen);
-    EXPECT_EQ(seen[0], big.addrs);
-    EXPECT_EQ(seen[1], big.domains);
-    EXPECT_EQ(journal.size(),
-              1 + (big.addrs.size() + 2725) / 2726 + (big.domains.size() + 254) / 255);
-    EXPECT_EQ(State(), Payloads(journal));
+    ExpectArrivedWhole(big,
+                       1 + (big.addrs.size() + 2725) / 2726 + (big.domains.size() + 254) / 255);
 
     // Restarted on its state, the agent has the whole access name: a later
     // change rewrites the file with every entry request still in it.
+    const std::vector<std::string> before = State();
     StopAgent();
     StartAgent({"--state", state_});
-    EXPECT_EQ(Pdtool(R"(set_ratelimit/{"RateLimitId": 1, "PersistentFlag": true})").printed,
+    EXPECT_EQ(Pdtool({R"(set_ratelimit/{"RateLimitId": 1, "PersistentFlag": true})"}).printed,
               "Operation success\n");
     std::vector<std::string> kept = State();
     ASSERT_FALSE(kept.empty());
-    EXPECT_EQ(std::vector<std::string>(kept.begin() + 1, kept.end()), Payloads(journal));
+    EXPECT_EQ(std::vector<std::string>(kept.begin() + 1, kept.end()), before);
 }
 
 // pdctl reads files, so no command-line limit applies: a full access name.
@@ -208,36 +179,7 @@ TEST_F(AccessNames, AFullAccessNameThroughPdctlApplyArrivesWhole) {
     ASSERT_EQ(r.exitStatus, 0) << r.out << r.err;
     EXPECT_NE(r.out.find(": set_acsname: ok\n1 applied, 0 failed, 0 not run\n"), std::string::npos)
         << r.out;
-
-    std::vector<std::string> seen[2];
-    std::vector<Request> journal = Journal();
-    EntriesSeen(journal, seen);
-    EXPECT_EQ(seen[0], full.addrs);
-    EXPECT_EQ(seen[1], full.domains);
-    EXPECT_EQ(journal.size(), 1u + 2 + 17); // 2726 addresses and 255 domains a request
-    EXPECT_EQ(State(), Payloads(journal));
-}
-
-TEST_F(AccessNames, AFailureOnTheSecondEntryRequestEndsTheCommandWithItsCode) {
-    std::string arg =
-        R"(set_acsname/{"id": 3, "version": 1, "iplist": ["1.1.1.1"], "domainlist": [)";
-    for (int i = 0; i < 300; ++i) { // two domain requests
-        arg += (i > 0 ? ",\"d" : "\"d") + std::to_string(i) + "\"";
-    }
-    const std::vector<std::string> faults[] = {
-        {"--fault-status", "6:3=-5", "status", "Operation failed ret = -5 (Input/output error)"},
-        {"--fault-close", "6:3", "close", "Operation failed ret = -32 (Broken pipe)"}};
-    for (const std::vector<std::string> &f : faults) {
-        SCOPED_TRACE(f[0]);
-        StopAgent();
-        StartAgent({f[0], f[1]});
-        PdtoolRun r = Pdtool((arg + "]}").c_str());
-        EXPECT_EQ(r.printed, f[3]) << r.out;
-        std::vector<Request> journal = Journal(); // nothing after the failure
-        ASSERT_EQ(journal.size(), 3u);
-        EXPECT_EQ(journal[2].function, 3);
-        EXPECT_EQ(journal[2].fault, f[2]);
-    }
+    ExpectArrivedWhole(full, 1 + 2 + 17); // 2726 addresses and 255 domains a request
 }
 
 } // namespace

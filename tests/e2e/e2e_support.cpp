@@ -5,9 +5,9 @@
 
 #include <json-c/json.h>
 
+#include <atomic>
 #include <cstdio>
-#include <cstring>
-#include <fstream>
+#include <regex>
 #include <sstream>
 
 namespace e2e {
@@ -15,22 +15,6 @@ namespace e2e {
 namespace {
 
 constexpr uint32_t kRunTimeoutMs = 30000;
-
-bool IsStampAt(const std::string &s, size_t i) {
-    // [2026/01/02_03:04:05.006]
-    static const char kShape[] = "[dddd/dd/dd_dd:dd:dd.ddd]";
-    if (i + sizeof kShape - 1 > s.size()) {
-        return false;
-    }
-    for (size_t k = 0; k < sizeof kShape - 1; ++k) {
-        char c = s[i + k];
-        char want = kShape[k];
-        if (want == 'd' ? (c < '0' || c > '9') : c != want) {
-            return false;
-        }
-    }
-    return true;
-}
 
 } // namespace
 
@@ -43,33 +27,31 @@ int ExitOf(int32_t code) {
 }
 
 std::string WithoutLogLines(const std::string &out) {
+    // Only the stamp is matched: a whole long line would overflow the
+    // regex engine's stack.
+    static const std::regex kStamp(R"(\[\d{4}/\d\d/\d\d_\d\d:\d\d:\d\d\.\d{3}\])");
     std::string kept;
-    size_t i = 0;
-    while (i < out.size()) {
-        if (IsStampAt(out, i)) {
-            size_t nl = out.find('\n', i);
-            i = nl == std::string::npos ? out.size() : nl + 1;
-            continue;
+    size_t from = 0;
+    for (std::sregex_iterator it(out.begin(), out.end(), kStamp), end; it != end; ++it) {
+        const size_t at = static_cast<size_t>(it->position());
+        if (at >= from) { // not inside a line already taken out
+            kept += out.substr(from, at - from);
+            size_t nl = out.find('\n', at);
+            from = nl == std::string::npos ? out.size() : nl + 1;
         }
-        kept += out[i++];
     }
-    return kept;
+    return kept + out.substr(from);
 }
 
 std::string AgentTest::Name() {
     // Short enough for a socket path (108 bytes) and unique per test and
-    // test process, so tests run side by side, also when two builds' suites
-    // run at once on one machine (or in one Wine prefix). The capitals are
-    // letters a plain OV_PIPE_NAME may hold.
-    const testing::TestInfo *info = testing::UnitTest::GetInstance()->current_test_info();
-    std::string full = std::string(info->test_suite_name()) + "." + info->name();
-    uint32_t hash = 2166136261u;
-    for (char c : full) {
-        hash = (hash ^ static_cast<uint8_t>(c)) * 16777619u;
+    // test process, so tests run side by side. The capitals are letters a
+    // plain OV_PIPE_NAME may hold.
+    static std::atomic<unsigned> tests{0};
+    if (name_.empty()) {
+        name_ = "e2eAZ" + std::to_string(SimProcessId()) + "-" + std::to_string(tests++);
     }
-    char buf[32];
-    std::snprintf(buf, sizeof buf, "e2eAZ%08x-%u", hash, static_cast<unsigned>(SimProcessId()));
-    return buf;
+    return name_;
 }
 
 void AgentTest::StartAgent(const std::vector<std::string> &options) {
@@ -87,15 +69,13 @@ void AgentTest::StartAgent(const std::vector<std::string> &options) {
     agent_ = std::make_unique<ovtest::Process>();
     ASSERT_EQ(agent_->Start(argv), 0);
     ASSERT_TRUE(ovtest::WaitForFile(ready, 20000)) << agent_->Stderr();
-    started_ = true;
 }
 
 void AgentTest::StopAgent() {
     // Every request is journaled before its reply goes out, so nothing is
     // lost by ending the agent at once (its clean shutdown has its own tests).
-    if (started_) {
+    if (agent_ != nullptr) {
         agent_->Kill();
-        started_ = false;
     }
 }
 
@@ -108,41 +88,16 @@ ovtest::EnvOverrides AgentTest::PdtoolEnv() const {
             {"OV_PIPE_NAME", pipeName_.empty() ? "no_agent_here" : pipeName_}};
 }
 
-std::unique_ptr<ovtest::Process>
-AgentTest::StartPdtool(const std::vector<std::string> &args) const {
-    std::vector<std::string> argv = {ovtest::NativePath(OV_PDTOOL_PATH)};
-    argv.insert(argv.end(), args.begin(), args.end());
-    auto p = std::make_unique<ovtest::Process>();
-    EXPECT_EQ(p->Start(argv, PdtoolEnv()), 0);
-    return p;
-}
-
-PdtoolRun AgentTest::RunPdtool(const std::vector<std::string> &args) const {
+PdtoolRun AgentTest::Pdtool(const std::vector<std::string> &args) {
     std::vector<std::string> argv = pdtoolLauncher_;
     argv.push_back(ovtest::NativePath(OV_PDTOOL_PATH));
     argv.insert(argv.end(), args.begin(), args.end());
     ovtest::ProcessResult r = ovtest::RunProcess(argv, kRunTimeoutMs, PdtoolEnv());
-    PdtoolRun run{r.exitStatus, r.out, WithoutLogLines(r.out), r.startResult == 0 && !r.timedOut};
-    if (!run.finished || run.exitStatus != 0) {
-        run.why = (r.timedOut ? "timed out; " : "") +
-                  (r.startResult != 0 ? "start failed " + std::to_string(r.startResult) + "; "
-                                      : std::string()) +
-                  "stderr: " + r.err;
-    }
+    PdtoolRun run{r.exitStatus, r.out, WithoutLogLines(r.out), r.startResult == 0 && !r.timedOut,
+                  std::string(r.timedOut ? "timed out; " : "") + "start " +
+                      std::to_string(r.startResult) + "; stderr: " + r.err};
+    EXPECT_TRUE(run.finished) << run.why;
     return run;
-}
-
-PdtoolRun AgentTest::PdtoolArgs(const std::vector<std::string> &args) {
-    PdtoolRun r = RunPdtool(args);
-    EXPECT_TRUE(r.finished) << r.why;
-    return r;
-}
-
-PdtoolRun AgentTest::Pdtool(const char *arg) {
-    if (arg == nullptr) {
-        return PdtoolArgs({});
-    }
-    return PdtoolArgs({arg});
 }
 
 std::vector<Request> AgentTest::Journal() {

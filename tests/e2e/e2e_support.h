@@ -32,7 +32,7 @@ struct PdtoolRun {
     std::string out;      ///< everything on standard output
     std::string printed;  ///< standard output without the time-stamped log lines
     bool finished = true; ///< started, and ended before the time-out
-    std::string why;      ///< when not finished or not 0: what went wrong, standard error
+    std::string why;      ///< whether it timed out, its start result, standard error
 };
 
 /// The exit status a process reports for a program that returned code.
@@ -52,14 +52,8 @@ class AgentTest : public testing::Test {
     /// Starts agentsim with the test's pipe name and directory.
     void StartAgent(const std::vector<std::string> &options = {});
     void StopAgent();
-    /// Runs pdtool with one argument (or none when arg is nullptr).
-    PdtoolRun Pdtool(const char *arg);
-    PdtoolRun PdtoolArgs(const std::vector<std::string> &args);
-    /// As PdtoolArgs without test assertions, so worker threads may run it.
-    PdtoolRun RunPdtool(const std::vector<std::string> &args) const;
-    /// Starts pdtool with these arguments and returns at once; the caller
-    /// waits for it (Process::Wait) and reads its output.
-    std::unique_ptr<ovtest::Process> StartPdtool(const std::vector<std::string> &args) const;
+    /// Runs pdtool with these arguments.
+    PdtoolRun Pdtool(const std::vector<std::string> &args = {});
     /// The requests the agent has journaled so far.
     std::vector<Request> Journal();
     /// The one request of the test (fails the test when there is not exactly one).
@@ -68,19 +62,18 @@ class AgentTest : public testing::Test {
     std::string Name();
     /// The environment that points pdtool at this test's agent.
     ovtest::EnvOverrides PdtoolEnv() const;
-    /// The agent's socket directory when set before StartAgent (a test that
-    /// connects to the agent itself uses its own process's one); else a
+    /// The agent's socket directory when set before StartAgent; else a
     /// private one. Ignored on Windows.
     std::string pipeDirOverride_;
     /// Put before the agent's and pdtool's command lines (say, to run them as
     /// another user); empty: run directly.
     std::vector<std::string> agentLauncher_;
     std::vector<std::string> pdtoolLauncher_;
+    std::string name_;
     std::string dir_;
     std::string pipeName_;
     std::string journal_;
     std::unique_ptr<ovtest::Process> agent_; ///< a new one per start
-    bool started_ = false;
 };
 
 } // namespace e2e

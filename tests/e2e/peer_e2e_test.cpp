@@ -49,7 +49,7 @@ TEST_F(PeerIdentity, OnlyAnAgentOfRootOrTheSameUserReceivesTheRequest) {
         agentLauncher_ = RunAs(c.agent);
         pdtoolLauncher_ = RunAs(c.client);
         StartAgent();
-        PdtoolRun r = Pdtool("del_ratelimit/id=7");
+        PdtoolRun r = Pdtool({"del_ratelimit/id=7"});
         if (c.refused) {
             EXPECT_EQ(r.exitStatus, ExitOf(-13));
             EXPECT_EQ(r.printed, "Imc configure client init failed -13 Permission denied\n");

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -46,15 +47,9 @@ class StdoutCapture {
 /// Splits text into lines (without their "\n").
 inline std::vector<std::string> Lines(const std::string &text) {
     std::vector<std::string> out;
-    size_t start = 0;
-    while (start < text.size()) {
-        size_t nl = text.find('\n', start);
-        if (nl == std::string::npos) {
-            out.push_back(text.substr(start));
-            break;
-        }
-        out.push_back(text.substr(start, nl - start));
-        start = nl + 1;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        out.push_back(line);
     }
     return out;
 }
@@ -75,16 +70,9 @@ inline bool HasLogLine(const std::string &out, const std::string &level, const s
                        const std::string &text) {
     const std::string head = std::string(kFixedStamp) + level + "[" + func + ":";
     for (const std::string &line : Lines(out)) {
-        if (line.rfind(head, 0) != 0) {
-            continue;
-        }
-        size_t pos = head.size();
-        size_t digits = 0;
-        while (pos < line.size() && line[pos] >= '0' && line[pos] <= '9') {
-            ++pos;
-            ++digits;
-        }
-        if (digits > 0 && line.compare(pos, std::string::npos, "]" + text) == 0) {
+        const size_t close = line.find_first_not_of("0123456789", head.size());
+        if (line.starts_with(head) && close > head.size() && close != std::string::npos &&
+            line.compare(close, std::string::npos, "]" + text) == 0) {
             return true;
         }
     }

@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <string>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -35,11 +34,6 @@ void RemoveSocket() {
     std::abort();
 }
 
-bool SetNonBlocking(int fd) {
-    int flags = fcntl(fd, F_GETFL);
-    return flags >= 0 && fcntl(fd, F_SETFL, flags | O_NONBLOCK) == 0;
-}
-
 } // namespace
 
 FakeAgent &FakeAgent::Get() {
@@ -61,7 +55,7 @@ FakeAgent::FakeAgent() {
         SetUpFailed("message module");
     }
 
-    listenFd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    listenFd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     sockaddr_un addr{};
     addr.sun_family = AF_UNIX;
     if (listenFd_ < 0 || g_socketPath.size() >= sizeof addr.sun_path) {
@@ -69,7 +63,7 @@ FakeAgent::FakeAgent() {
     }
     std::memcpy(addr.sun_path, g_socketPath.c_str(), g_socketPath.size() + 1);
     if (bind(listenFd_, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 ||
-        listen(listenFd_, 8) != 0 || !SetNonBlocking(listenFd_)) {
+        listen(listenFd_, 8) != 0) {
         SetUpFailed("listen");
     }
 }

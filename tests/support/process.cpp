@@ -13,24 +13,41 @@
 
 namespace ovtest {
 
+namespace {
+
+// True once done() is, false when timeoutMs passed first.
+template <typename Done>
+bool PollUntil(Done done, uint32_t timeoutMs) {
+    auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() >= until) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+} // namespace
+
+bool Process::Wait(uint32_t timeoutMs) {
+    return PollUntil([this] { return !Running(); }, timeoutMs);
+}
+
 int Process::ExitStatus() const {
-    return OutputOf(*impl_).ended ? OutputOf(*impl_).status : -1;
+    return impl_->ended ? impl_->status : -1;
 }
 
 std::string Process::Stdout() const {
-    return OutputOf(*impl_).out.Text();
+    return impl_->out.Text();
 }
 
 std::string Process::Stderr() const {
-    return OutputOf(*impl_).err.Text();
+    return impl_->err.Text();
 }
 
 bool Process::WaitForStdout(const std::string &needle, uint32_t timeoutMs) const {
-    return OutputOf(*impl_).out.WaitFor(needle, timeoutMs);
-}
-
-bool Process::WaitForStderr(const std::string &needle, uint32_t timeoutMs) const {
-    return OutputOf(*impl_).err.WaitFor(needle, timeoutMs);
+    return PollUntil([&] { return Stdout().find(needle) != std::string::npos; }, timeoutMs);
 }
 
 ProcessResult RunProcess(const std::vector<std::string> &argv, uint32_t timeoutMs,
@@ -52,35 +69,20 @@ ProcessResult RunProcess(const std::vector<std::string> &argv, uint32_t timeoutM
 }
 
 bool WaitForFile(const std::string &path, uint32_t timeoutMs) {
-    auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    for (;;) {
-        std::error_code ec;
-        if (std::filesystem::exists(std::filesystem::path(path), ec)) {
-            return true;
-        }
-        if (std::chrono::steady_clock::now() >= until) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    std::error_code ec;
+    return PollUntil([&] { return std::filesystem::exists(std::filesystem::path(path), ec); },
+                     timeoutMs);
 }
 
 ScopedTempDir::ScopedTempDir(const std::string &tag) {
     static std::atomic<unsigned> counter{0};
     std::error_code ec;
-    std::filesystem::path base = std::filesystem::temp_directory_path(ec);
-    if (ec) {
-        return;
-    }
     // Test processes run in parallel: a random part keeps their names apart.
-    std::random_device random;
-    for (int attempt = 0; attempt < 16; ++attempt) {
-        std::filesystem::path dir = base / ("ovtest-" + tag + "-" + std::to_string(random()) + "-" +
-                                            std::to_string(counter++));
-        if (std::filesystem::create_directory(dir, ec) && !ec) {
-            path_ = dir.string();
-            return;
-        }
+    std::filesystem::path dir = std::filesystem::temp_directory_path(ec) /
+                                ("ovtest-" + tag + "-" + std::to_string(std::random_device()()) +
+                                 "-" + std::to_string(counter++));
+    if (!ec && std::filesystem::create_directory(dir, ec) && !ec) {
+        path_ = dir.string();
     }
 }
 

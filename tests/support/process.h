@@ -57,10 +57,9 @@ class Process {
     /// Everything the child has written so far.
     std::string Stdout() const;
     std::string Stderr() const;
-    /// Waits up to timeoutMs until the child's standard output (or standard
-    /// error) contains needle. Returns true when it does.
+    /// Waits up to timeoutMs until the child's standard output contains
+    /// needle. Returns true when it does.
     bool WaitForStdout(const std::string &needle, uint32_t timeoutMs) const;
-    bool WaitForStderr(const std::string &needle, uint32_t timeoutMs) const;
 
     struct Impl;
 

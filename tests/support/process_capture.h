@@ -1,11 +1,9 @@
-// Test support, internal to process*.cpp: text a child writes to one of its
-// streams, appended by a reader thread and read (or waited for) by tests.
+// Test support, internal to process*.cpp: a child process, and the text it
+// writes to one of its streams, appended by a reader thread and read by tests.
 #pragma once
 
 #include "tests/support/process.h"
 
-#include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -16,31 +14,24 @@ namespace ovtest {
 class CapturedText {
   public:
     void Append(const char *bytes, size_t n) {
-        {
-            std::lock_guard<std::mutex> guard(lock_);
-            text_.append(bytes, n);
-        }
-        changed_.notify_all();
+        std::lock_guard<std::mutex> guard(lock_);
+        text_.append(bytes, n);
     }
     std::string Text() const {
         std::lock_guard<std::mutex> guard(lock_);
         return text_;
     }
-    bool WaitFor(const std::string &needle, uint32_t timeoutMs) const {
-        std::unique_lock<std::mutex> guard(lock_);
-        return changed_.wait_for(guard, std::chrono::milliseconds(timeoutMs),
-                                 [&] { return text_.find(needle) != std::string::npos; });
-    }
 
   private:
     mutable std::mutex lock_;
-    mutable std::condition_variable changed_;
     std::string text_;
 };
 
-/// What a child's two streams and its end leave behind; each platform's
-/// Process::Impl adds its handle to it.
-struct ChildOutput {
+/// A child: its identity on the platform, what its two streams and its end
+/// leave behind.
+struct Process::Impl {
+    int64_t pid = -1;        ///< POSIX: the process id; Windows: set with process
+    void *process = nullptr; ///< Windows: the process handle
     bool ended = false;
     int status = -1;
     CapturedText out;
@@ -56,8 +47,5 @@ struct ChildOutput {
         }
     }
 };
-
-/// The shared part of a platform's Process::Impl.
-const ChildOutput &OutputOf(const Process::Impl &impl);
 
 } // namespace ovtest

@@ -4,12 +4,11 @@
 #include "base/errors.h"
 #include "tests/support/process_capture.h"
 
+#include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
-#include <map>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <thread>
@@ -18,14 +17,6 @@
 extern char **environ;
 
 namespace ovtest {
-
-struct Process::Impl : ChildOutput {
-    pid_t pid = -1;
-};
-
-const ChildOutput &OutputOf(const Process::Impl &impl) {
-    return impl;
-}
 
 namespace {
 
@@ -44,20 +35,17 @@ void Drain(int fd, CapturedText *sink) {
     close(fd);
 }
 
+// The inherited environment without the overridden names, then the overrides.
 std::vector<std::string> MergedEnvironment(const EnvOverrides &overrides) {
-    std::map<std::string, std::string> vars;
+    std::vector<std::string> out;
     for (char **e = environ; e != nullptr && *e != nullptr; ++e) {
         std::string entry = *e;
-        size_t eq = entry.find('=');
-        if (eq != std::string::npos) {
-            vars[entry.substr(0, eq)] = entry.substr(eq + 1);
+        if (std::none_of(overrides.begin(), overrides.end(),
+                         [&](const auto &o) { return entry.starts_with(o.first + "="); })) {
+            out.push_back(entry);
         }
     }
     for (const auto &[name, value] : overrides) {
-        vars[name] = value;
-    }
-    std::vector<std::string> out;
-    for (const auto &[name, value] : vars) {
         out.push_back(name + "=" + value);
     }
     return out;
@@ -71,7 +59,7 @@ bool Reap(Process::Impl *p, bool block) {
     int status = 0;
     pid_t r;
     do {
-        r = waitpid(p->pid, &status, block ? 0 : WNOHANG);
+        r = waitpid(static_cast<pid_t>(p->pid), &status, block ? 0 : WNOHANG);
     } while (r < 0 && errno == EINTR);
     if (r != p->pid) {
         return false;
@@ -161,30 +149,19 @@ int32_t Process::Start(const std::vector<std::string> &argv, const EnvOverrides 
     return 0;
 }
 
-bool Process::Wait(uint32_t timeoutMs) {
-    auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (!Reap(impl_.get(), false)) {
-        if (std::chrono::steady_clock::now() >= until) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
-}
-
 bool Process::Running() {
     return impl_->pid >= 0 && !Reap(impl_.get(), false);
 }
 
 bool Process::Interrupt() {
-    return impl_->pid >= 0 && !impl_->ended && kill(impl_->pid, SIGTERM) == 0;
+    return impl_->pid >= 0 && !impl_->ended && kill(static_cast<pid_t>(impl_->pid), SIGTERM) == 0;
 }
 
 void Process::Kill() {
     if (impl_->pid < 0 || impl_->ended) {
         return;
     }
-    kill(impl_->pid, SIGKILL);
+    kill(static_cast<pid_t>(impl_->pid), SIGKILL);
     Reap(impl_.get(), true);
 }
 

@@ -11,15 +11,6 @@
 
 namespace ovtest {
 
-struct Process::Impl : ChildOutput {
-    HANDLE process = nullptr;
-    DWORD pid = 0;
-};
-
-const ChildOutput &OutputOf(const Process::Impl &impl) {
-    return impl;
-}
-
 namespace {
 
 // Inheritable handles exist between their creation and the child's start;
@@ -221,17 +212,13 @@ int32_t Process::Start(const std::vector<std::string> &argv, const EnvOverrides 
     return 0;
 }
 
-bool Process::Wait(uint32_t timeoutMs) {
-    return Reap(impl_.get(), timeoutMs);
-}
-
 bool Process::Running() {
     return impl_->process != nullptr && !Reap(impl_.get(), 0);
 }
 
 bool Process::Interrupt() {
     return impl_->process != nullptr && !impl_->ended &&
-           GenerateConsoleCtrlEvent(CTRL_BREAK_EVENT, impl_->pid) != FALSE;
+           GenerateConsoleCtrlEvent(CTRL_BREAK_EVENT, static_cast<DWORD>(impl_->pid)) != FALSE;
 }
 
 void Process::Kill() {
