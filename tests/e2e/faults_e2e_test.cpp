@@ -1,10 +1,18 @@
 // pdtool against an agent that answers badly on purpose (agentsim's fault
-// options): each situation gives its code and printed line, the run ends on
-// its own, and the exit status stays 0.
+// options), and against one whose every instance is taken: each situation
+// gives its code and printed line, the run ends on its own, and the exit
+// status stays 0.
+#include "base/platform.h"
+#include "imc/pipe.h"
+#include "imc/pipe_server.h"
 #include "tests/e2e/e2e_support.h"
+#include "tests/support/test_server.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -90,6 +98,43 @@ TEST_F(Faults, EachFaultGivesItsCodeAndLineAndTheRunEnds) {
                           R"("wanKbps": 1, "wanInKbps": 1, "inBurstMs": 1, "outBurstMs": 1})"});
     EXPECT_EQ(r.printed, kSuccess) << r.out;
     EXPECT_TRUE(agent_->Running());
+}
+
+TEST_F(Faults, AllInstancesBusyThenFreedIsWaitedFor) {
+    // This process connects to the agent itself: on POSIX the agent serves
+    // in this process's pipe directory.
+    pipeDirOverride_ = ovtest::UsePrivatePipeDir();
+    StartAgent({"--instances", "1"});
+    const std::wstring name = L"\\\\.\\pipe\\" + std::wstring(pipeName_.begin(), pipeName_.end());
+
+    // Idle clients take the one instance (and, on POSIX, the listen queue).
+    std::vector<OV_PipeHandle> held;
+    for (uint32_t i = 0; i < 1 + OV_PipeServerQueuedClients(); ++i) {
+        OV_PipeHandle h = OV_INVALID_PIPE_HANDLE;
+        ASSERT_EQ(OV_ImcConnect(name.c_str(), 0, &h), 0);
+        held.push_back(h);
+    }
+    auto run = std::make_unique<ovtest::Process>();
+    ASSERT_EQ(run->Start({ovtest::NativePath(OV_PDTOOL_PATH), "del_ratelimit/id=9"}, PdtoolEnv()),
+              0);
+    // Well inside the 3 s one wait for an instance may take: still waiting.
+    OV_SleepMs(1000);
+    EXPECT_TRUE(run->Running()) << run->Stdout();
+    for (OV_PipeHandle h : held) {
+        OV_ImcClose(h);
+    }
+    ASSERT_TRUE(run->Wait(30000));
+    EXPECT_EQ(run->ExitStatus(), 0);
+    EXPECT_EQ(WithoutLogLines(run->Stdout()),
+              "Operation failed ret = -2 (No such file or directory)")
+        << run->Stdout() << "\nagentsim:\n"
+        << agent_->Stderr();
+    ASSERT_EQ(Journal().size(), 1u);
+    EXPECT_EQ(Journal()[0].command, "del_ratelimit");
+
+    StopAgent();
+    // Killed, the agent leaves its socket file in this process's directory.
+    std::remove((pipeDirOverride_ + "/" + pipeName_).c_str());
 }
 
 } // namespace

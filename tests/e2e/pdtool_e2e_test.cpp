@@ -15,7 +15,6 @@
 
 #include <cstring>
 #include <memory>
-#include <set>
 #include <string>
 
 namespace e2e {
@@ -206,27 +205,6 @@ TEST_F(Pdtool, ExtraArgumentsAreIgnored) {
 
 // More runs at once than the agent has instances: each waits its turn, is
 // answered and journaled once.
-TEST_F(Pdtool, RunsAtOnceAreEachAnsweredAndJournaledOnce) {
-    std::vector<std::unique_ptr<ovtest::Process>> runs;
-    for (int id = 1; id <= 8; ++id) {
-        runs.push_back(std::make_unique<ovtest::Process>());
-        ASSERT_EQ(runs.back()->Start({ovtest::NativePath(OV_PDTOOL_PATH),
-                                      "del_ratelimit/id=" + std::to_string(id)},
-                                     PdtoolEnv()),
-                  0);
-    }
-    for (const auto &run : runs) {
-        ASSERT_TRUE(run->Wait(30000));
-        EXPECT_EQ(WithoutLogLines(run->Stdout()), kAbsent);
-    }
-    std::set<std::string> payloads;
-    for (const Request &q : Journal()) {
-        payloads.insert(q.payloadHex);
-    }
-    EXPECT_EQ(payloads.size(), 8u);
-    EXPECT_EQ(Journal().size(), 8u);
-}
-
 // The JSON a get prints is the shaper printer's (its own tests check it);
 // here what is asked for, in what order the table comes, and the line ends.
 TEST_F(Pdtool, ShapersAreSetGotListedInIdOrderAndDeleted) {
