@@ -175,6 +175,18 @@ std::vector<Sample> RuleSamples() {
         return R"({"IpType": 1, "Ipv6": "2001:db8:)" + to_string(i) + R"(::", "Mask": 48})";
     };
     std::vector<Sample> out = {
+        {R"({"Table": 0, "Zone": 1, "DualFlag": true, "InvalidFlag": false, "ExcluFlag": false,
+            "RevalFlag": true, "L2Flag": true, "L3Flag": true, "Id": 1, "RuleVer": 1,
+            "VpnId": 1, "Match": {"SrcIpNum": 1, "DstIpNum": 1, "SrcPortNum": 1,
+            "DstPortNum": 1, "ProtoNum": 2, "DstIpSetFlag": true, "DstIpSetName": "",
+            "SrcIp": [{"IpType": 0, "Ip": "192.168.1.0", "Mask": 24}],
+            "DstIpRange": [{"IpType": 0, "LowerIp": "10.0.0.1", "UpperIp": "10.0.0.100"}],
+            "SrcPort": [{"LowerPort": 1024, "UpperPort": 65535}],
+            "DstPort": [{"LowerPort": 80, "UpperPort": 80}], "Proto": [6, 17]},
+            "Actions": {"OutputType": 1, "OutputNum": 1, "OutputStrategy": 0,
+            "OutputArray": [{"Id": 1, "Priority": true, "Probe": false}]}})",
+         {R"("SrcIp":[{"IpType":0,"Ip":"192.168.1.0","Mask":24}])",
+          R"("DstIpRange":[{"IpType":0,"LowerIp":"10.0.0.1","UpperIp":"10.0.0.100"}])"}},
         // Every list full.
         {base + R"(, "Match": {"SrcIpNum": 115, "SrcIp": )" + List(115, V4Prefix) +
          R"(, "DstIpNum": 64, "DstIpSetFlag": true, "DstIpRange": )" + List(64, V6Range) +
@@ -230,14 +242,23 @@ std::vector<Sample> RuleSamples() {
                        R"(": true, "NatInfo": {)" + nats[i] +
                        R"(, "Port": 7, "PortRange": {"Min": 8, "Max": 9}}}})"});
     }
-    // A set name writes over the list's first entries: names that end just
+    // Set names and the API type write over the lists' first entries: names that end just
     // before, on and after an entry's IpType byte.
     for (size_t len : {0, 1, 15, 16, 35, 36, 63}) {
         const std::string name(len, static_cast<char>('A' + len % 26));
-        out.push_back({R"({"Zone": 1, "VpnId": 1, "Id": 1, "RuleVer": 1, "Match": {"SrcIpNum": 4,
-            "SrcIpSetFlag": true, "SrcIp": )" +
-                       List(4, V4Prefix) + R"(, "SrcIpSetName": ")" + name +
-                       R"("}, "Actions": {}})"});
+        const std::string lists[] = {
+            R"("DstIpNum": 3, "DstIpSetFlag": true, "DstIpRange": )" + List(3, V4Range) +
+                R"(, "DstIpSetName": ")" + name + "\"",
+            R"("DstIpNum": 3, "DstIpSetFlag": true, "DstIpRange": )" + List(3, V6Range) +
+                R"(, "DstIpSetName": ")" + name + R"(", "DstIpApiFlag": true,
+                "DstIpApiType": 16909060)",
+            R"("SrcIpNum": 4, "SrcIpSetFlag": true, "SrcIp": )" + List(4, V4Prefix) +
+                R"(, "SrcIpSetName": ")" + name + "\"",
+        };
+        for (const std::string &m : lists) {
+            out.push_back({R"({"Zone": 1, "VpnId": 1, "Id": 1, "RuleVer": 1, "Match": {)" + m +
+                           R"(}, "Actions": {}})"});
+        }
     }
     return out;
 }
