@@ -183,6 +183,7 @@ TEST_F(RuleConv, MessagesNameWhatWasMissingOrRefused) {
          "Get Probe failed", kActFn},
         {m(R"("SrcPortNum": 1, "SrcPort": [{"LowerPort": 1}])"), -22, "Get Port failed"},
         {m(R"("InPortNum": 1, "InPort": [{"Id": 1}])"), -22, "Get Type failed"},
+        {m(R"("OutPortNum": 1, "OutPort": [{"Type": 1}])"), -22, "Get Id failed"},
         {nat(R"("Ips": ["1.1.1.1", null])"), -22, "ips[1] is null", kActFn},
         {nat(R"("Ips": ["1.2.3.4.5.6.7.8.9.0"])"), -132, "trans ip string to ip num failed",
          kActFn},
