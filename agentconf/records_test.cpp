@@ -242,6 +242,15 @@ std::vector<Sample> RuleSamples() {
                        R"(": true, "NatInfo": {)" + nats[i] +
                        R"(, "Port": 7, "PortRange": {"Min": 8, "Max": 9}}}})"});
     }
+    // A count larger than its list can hold ends the match: nothing after it
+    // is shown, neither later lists nor the source set's name.
+    for (const char *m : {R"("SrcPortNum": 5000, "DstPortNum": 3, "ProtoNum": 2)",
+                          R"("SrcIpNum": 65, "SrcIpRangeFlag": true, "SrcIpSetFlag": true,
+                             "DstIpNum": 1)"}) {
+        out.push_back({std::string(R"({"Zone": 1, "VpnId": 1, "Id": 1, "RuleVer": 1, "Match": {)") +
+                           m + R"(}, "Actions": {}})",
+                       {R"("DstClientId":0},"Actions")"}});
+    }
     // Set names and the API type write over the lists' first entries: names that end just
     // before, on and after an entry's IpType byte.
     for (size_t len : {0, 1, 15, 16, 35, 36, 63}) {
