@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -74,6 +75,8 @@ class AgentTest : public testing::Test {
     std::string pipeName_;
     std::string journal_;
     std::unique_ptr<ovtest::Process> agent_; ///< a new one per start
+    /// pdtool starts the system refused and that were made again.
+    std::atomic<int> startsRetried_{0};
 };
 
 } // namespace e2e

@@ -67,7 +67,8 @@ TEST_F(Load, ParallelRunsAreEachAnsweredAndJournaledOnce) {
     EXPECT_TRUE(failures.empty()) << failures.size() << " runs failed, the first:\n"
                                   << (failures.empty() ? "" : failures.front());
 
-    std::printf("load: %d runs from %d workers, %zu failed\n", kRuns, kWorkers, failures.size());
+    std::printf("load: %d runs from %d workers, %zu failed, %d starts made again\n", kRuns,
+                kWorkers, failures.size(), startsRetried_.load());
     std::map<uint32_t, int> seen;
     for (const Request &q : Journal()) {
         EXPECT_EQ(q.command, "set_ratelimit");
